@@ -1,0 +1,45 @@
+// One detected MIDI device: sends messages through the watcher's sending port, queries
+// the synthesizer, loads sound fonts, and relays the device's incoming MIDI to one
+// callback (its device object).
+#ifndef NUV_MIDI_CONNECTOR_H
+#define NUV_MIDI_CONNECTOR_H
+
+#include <atomic>
+#include <string>
+
+#include "NuvConnector"
+#include "NuvMIDICallback.h"
+#include "NuvMIDITypes.h"
+
+class NuvMIDIWatcher;
+
+class NuvMIDIConnector : public NuvConnector, public NuvMIDICallback {
+public:
+    NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher);
+    virtual ~NuvMIDIConnector();
+
+    virtual int Create();
+    virtual void Destroy();
+    virtual int Open();
+    virtual void Close();
+    virtual int OnMIDIEvent(int client, int code, _MIDIMessage& msg);
+
+    int SendMessage(MIDIEventType type, _MIDIMessage& msg);
+    int GetInformation(MIDIEventType type, _MIDIMessage* msg);
+    int RegisterMIDICallback(NuvMIDICallback* callback);
+    int UnregisterMIDICallback(NuvMIDICallback* callback);
+    void GetClientInformation(_MIDIClientInfo* out);
+
+    int LoadSoundFontFile(const std::string& path);
+    int UnloadSoundFontFile(unsigned int fontId);
+    std::string GetSoundFontIntruments(unsigned int fontId, unsigned int start,
+                                       unsigned int count);
+
+private:
+    _MIDIClientInfo* m_ClientInfo() const { return static_cast<_MIDIClientInfo*>(m_pExtraInfo); }
+
+    NuvMIDIWatcher* m_pWatcher;
+    std::atomic<NuvMIDICallback*> m_pMIDICallback;
+};
+
+#endif

@@ -1,0 +1,35 @@
+// The renderer thread: pulls 64-frame blocks from the synthesizer and writes every block
+// that is not silent to the 48 000 Hz stereo audio output.
+#ifndef NUV_MIDI_RENDERER_H
+#define NUV_MIDI_RENDERER_H
+
+#include <fluidsynth.h>
+
+#include <atomic>
+#include <string>
+
+#include "NuvThread"
+#include "audio_io.h"
+
+class NuvMIDIRenderer : public NuvThread {
+public:
+    NuvMIDIRenderer();
+    virtual ~NuvMIDIRenderer();
+
+    virtual void t_Main();
+    virtual int Destroy(); // 0
+
+    int Create(fluid_synth_t* synth, int appInfo1, int appInfo2, std::string appInfoText);
+    int StartRenderer();
+    int StopRenderer();
+
+private:
+    NuvMutex m_mutex;
+    fluid_synth_t* m_pSynth;
+    unsigned char* m_pcm_buf;
+    std::atomic<bool> m_stopped;
+    audio_out_h m_pcm_handle;
+    int m_pcm_buf_size;
+};
+
+#endif
