@@ -59,6 +59,8 @@ public:
     virtual NuvDevice* t_NewDevice(NuvConnector* connector, int id);
 
 private:
+    friend struct NuvMIDIDeviceManagerProbe; // tests read the renderer count
+
     int m_CreateRenderer(fluid_synth_t* synth);
     void m_DestroyRenderer();
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest,
