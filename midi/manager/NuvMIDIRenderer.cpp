@@ -24,32 +24,42 @@ int64_t NowNs() {
     return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
-// Real-time deadlines of the blocks that are not written, so that a silent synthesizer
-// or a missing output costs one render per block period instead of a spinning core.
-// Deadlines count whole blocks from an anchor, so they do not drift.
+// The real-time deadline of every block: the moment it ends if played from the start of
+// the loop at 48 000 Hz. A block that is not written is waited out up to its deadline, so
+// a silent synthesizer or a missing output costs one render per block period instead of a
+// spinning core; written blocks are paced by the output instead. Deadlines count whole
+// blocks from an anchor, so they do not drift.
 class BlockClock {
 public:
     void Restart() {
         m_anchorNs = NowNs();
         m_blocks = 0;
     }
-    // Waits until the end of the block just dropped.
+    // A block was written: its time is taken, the output waited for room if needed.
+    void Written() { m_Next(); }
+    // A block was dropped: waits until its deadline.
     void WaitDropped() {
-        ++m_blocks;
-        const int64_t deadline = m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames *
-                                                  1000000000 / kNuvMIDISampleRate;
-        // A loop that fell far behind (a stalled thread) starts counting afresh rather
-        // than rendering a burst to catch up.
-        if (NowNs() - deadline > kCatchUpLimitNs) {
-            Restart();
-            return;
-        }
+        const int64_t deadline = m_Next();
         timespec at{time_t(deadline / 1000000000), long(deadline % 1000000000)};
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
         }
     }
 
 private:
+    int64_t m_Next() {
+        ++m_blocks;
+        const int64_t deadline = m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames *
+                                                  1000000000 / kNuvMIDISampleRate;
+        // A loop that fell far behind (a stalled thread, an output that waited long)
+        // counts afresh rather than rendering a burst to catch up.
+        const int64_t now = NowNs();
+        if (now - deadline > kCatchUpLimitNs) {
+            Restart();
+            return now;
+        }
+        return deadline;
+    }
+
     static constexpr int64_t kCatchUpLimitNs = 20000000;
     int64_t m_anchorNs = 0;
     uint64_t m_blocks = 0;
@@ -158,7 +168,7 @@ void NuvMIDIRenderer::t_Main() {
         }
         // The output blocks while its buffer is full, which paces the loop.
         audio_out_write(m_pcm_handle, m_pcm_buf, kNuvMIDIBlockBytes);
-        clock.Restart();
+        clock.Written();
     }
     free(m_pcm_buf);
     m_pcm_buf = nullptr;
