@@ -9,11 +9,16 @@ namespace {
 
 typedef std::vector<uint8_t> Bytes;
 
+void Append(Bytes& to, const Bytes& more) {
+    for (const uint8_t byte : more)
+        to.push_back(byte);
+}
+
 Bytes Chunk(const char* type, const Bytes& body) {
-    Bytes chunk(type, type + 4);
     const uint32_t n = static_cast<uint32_t>(body.size());
-    chunk.insert(chunk.end(), {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)});
-    chunk.insert(chunk.end(), body.begin(), body.end());
+    Bytes chunk = {uint8_t(type[0]), uint8_t(type[1]), uint8_t(type[2]), uint8_t(type[3]),
+                   uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8),  uint8_t(n)};
+    Append(chunk, body);
     return chunk;
 }
 
@@ -21,10 +26,8 @@ Bytes File(uint16_t format, uint16_t division, const std::vector<Bytes>& tracks)
     const uint16_t n = static_cast<uint16_t>(tracks.size());
     Bytes file = Chunk("MThd", {uint8_t(format >> 8), uint8_t(format), uint8_t(n >> 8), uint8_t(n),
                                 uint8_t(division >> 8), uint8_t(division)});
-    for (const Bytes& track : tracks) {
-        const Bytes chunk = Chunk("MTrk", track);
-        file.insert(file.end(), chunk.begin(), chunk.end());
-    }
+    for (const Bytes& track : tracks)
+        Append(file, Chunk("MTrk", track));
     return file;
 }
 
@@ -42,7 +45,7 @@ const Bytes kEndOfTrack = {0xFF, 0x2F, 0x00};
 Bytes Join(std::initializer_list<Bytes> parts) {
     Bytes all;
     for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
+        Append(all, part);
     return all;
 }
 
@@ -76,9 +79,10 @@ TEST(CliMidiFileInfo, RunningStatusSystemExclusiveAndUnknownChunksAreFollowed) {
                               {0x60, 0xFF, 0x01, 0x02, 'h', 'i'}, // text
                               {0x00},
                               kEndOfTrack});
-    Bytes file = File(0, 96, {track});
-    const Bytes alien = Chunk("XFIH", {1, 2, 3});
-    file.insert(file.begin() + 14, alien.begin(), alien.end());
+    // A chunk of an unknown kind between the header and the track.
+    const Bytes header = File(0, 96, {});
+    Bytes file = Join({header, Chunk("XFIH", {1, 2, 3}), Chunk("MTrk", track)});
+    file[11] = 1;
     MidiFileInfo info;
     std::string error;
     ASSERT_TRUE(Read(file, info, error)) << error;

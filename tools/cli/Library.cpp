@@ -2,8 +2,11 @@
 
 #include <dlfcn.h>
 
+#include "NuvLog"
+
 #include "ExitCodes.h"
 #include "Report.h"
+#include "nuv_audio_out.h"
 
 namespace nuvcli {
 
@@ -43,13 +46,13 @@ void Library::SetLogThreshold(int level) {
 }
 
 bool Library::SetAudioDevice(const std::string& pcmName) {
-    auto setDevice = reinterpret_cast<int (*)(const char*)>(
+    auto setDevice = reinterpret_cast<decltype(&nuv_audio_out_set_device)>(
         m_Symbol("nuv_audio_out_set_device", "libNuvAudioOut.so.1"));
     return setDevice != nullptr && setDevice(pcmName.c_str()) == 0;
 }
 
 bool Library::SetWavFile(const std::string& path) {
-    auto setWavFile = reinterpret_cast<int (*)(const char*)>(
+    auto setWavFile = reinterpret_cast<decltype(&nuv_audio_out_set_wav_file)>(
         m_Symbol("nuv_audio_out_set_wav_file", "libNuvAudioOut.so.1"));
     return setWavFile != nullptr && setWavFile(path.c_str()) == 0;
 }
