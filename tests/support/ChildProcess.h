@@ -1,0 +1,59 @@
+// Runs a program as a child process with its standard input given and its standard
+// output and error captured, for the tests of command-line programs. Every wait has a
+// deadline; a child still running when the object goes is killed and reaped.
+#ifndef NUV_TEST_CHILD_PROCESS_H
+#define NUV_TEST_CHILD_PROCESS_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+class ChildProcess {
+public:
+    ChildProcess() = default;
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Starts argv[0] (a path) with `input` as its standard input.
+    bool Start(const std::vector<std::string>& argv, const std::string& input = std::string());
+    // Reads the output until standard output holds `text`; false when the child ended or
+    // the time ran out first.
+    bool WaitForOutput(const std::string& text, std::chrono::milliseconds timeout);
+    void Signal(int signal);
+    // Reads the rest of the output until the child has exited; false (and the child
+    // killed) when it has not within `timeout`.
+    bool Wait(std::chrono::milliseconds timeout);
+
+    // The exit code, or 128 + the signal that ended the child.
+    int Status() const { return m_status; }
+    const std::string& Out() const { return m_out; }
+    const std::string& Err() const { return m_err; }
+
+private:
+    // Reads what is there, waiting at most until `deadline`; false once both are closed.
+    bool m_Read(std::chrono::steady_clock::time_point deadline);
+    void m_Reap(bool block);
+
+    pid_t m_pid = -1;
+    int m_outFd = -1;
+    int m_errFd = -1;
+    int m_status = -1;
+    std::string m_out;
+    std::string m_err;
+};
+
+struct ProgramResult {
+    int status = -1; // as ChildProcess::Status; -1 when it did not end in time
+    std::string out;
+    std::string err;
+};
+
+// Runs a program to its end.
+ProgramResult RunProgram(const std::vector<std::string>& argv,
+                         std::chrono::milliseconds timeout = std::chrono::seconds(60),
+                         const std::string& input = std::string());
+
+#endif
