@@ -209,7 +209,9 @@ image_build_base() {
 
   # Busybox's applets, where no real program of the same name was copied in.
   busybox --list-full | while IFS= read -r applet; do
-    [[ -e $root/$applet || -L $root/$applet ]] || { mkdir -p "$root/${applet%/*}" && ln -s /bin/busybox "$root/$applet"; }
+    [[ $applet == */* && ! -e $root/$applet && ! -L $root/$applet ]] || continue
+    mkdir -p "$root/${applet%/*}"
+    ln -s /bin/busybox "$root/$applet"
   done
   [[ -e $root/bin/busybox ]] || image_stage_as "$root" "$(command -v busybox)" /bin/busybox
 
