@@ -175,20 +175,19 @@ image_cpio() {
 }
 
 # Prints a fingerprint of everything the base image is made of: the harness's own files, the
-# kernel and the installed files it copies. A new package version or harness edit changes it.
+# kernel, the programs it copies and the package database (which any install, upgrade or
+# removal of a library rewrites). A harness edit or a package change gives a new image.
 image_base_fingerprint() {
-  local version=$1 harness_dir=$2 tool path
+  local version=$1 harness_dir=$2 tool
   {
     echo "kernel $version"
     cat "$harness_dir/vm-run" "$harness_dir/image.sh" "$harness_dir"/guest/*
     stat -L -c '%n %s %Y' "/boot/vmlinuz-$version" "/lib/modules/$version/modules.dep" \
-      "$NUV_VM_SOUNDFONT" /usr/share/alsa/alsa.conf
+      "$NUV_VM_SOUNDFONT" /usr/share/alsa/alsa.conf /var/lib/dpkg/status
     for tool in busybox $NUV_VM_TOOLS; do
-      path=$(command -v "$tool")
-      stat -L -c '%n %s %Y' "$path"
-      image_elf_libs "$path" | xargs -r stat -L -c '%n %s %Y'
+      stat -L -c '%n %s %Y' "$(command -v "$tool")"
     done
-  } | sha256sum | cut -c1-16
+  } 2>&1 | sha256sum | cut -c1-16
 }
 
 # Builds the base archive into OUT and the list of host libraries it carries into
