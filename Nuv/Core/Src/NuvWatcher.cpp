@@ -122,20 +122,20 @@ int NuvWatcher::Create() {
 
 int NuvWatcher::Destroy() {
     Stop();
-    if (!m_mutex.FlagCreate())
-        return NUV_OK;
-
+    // Candidates added before Create (without a thread) are released as well.
     for (;;) {
-        m_mutex.Lock();
-        if (m_mapCandidate.empty()) {
-            m_mutex.Unlock();
-            break;
+        std::string key;
+        {
+            NuvCandidateGuard guard(m_mutex);
+            if (m_mapCandidate.empty())
+                break;
+            key = m_mapCandidate.begin()->first;
         }
-        const std::string key = m_mapCandidate.begin()->first;
-        m_mutex.Unlock();
         t_DeleteCandidate(key.c_str());
     }
     m_itCandidate = m_mapCandidate.end();
+    if (!m_mutex.FlagCreate())
+        return NUV_OK;
 
     NuvCallbackHandler::Destroy();
     m_mutex.Destroy();
