@@ -60,7 +60,8 @@ bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStar
             if (errno == EINTR)
                 continue;
             // Only the wake descriptors can make poll itself fail; go on without them.
-            print_dlog(NUV_LOG_INFO, "\n[NuvWatcher::t_Main] poll failed (%s), wake descriptors dropped\n",
+            print_dlog(NUV_LOG_INFO,
+                       "\n[NuvWatcher::t_Main] poll failed (%s), wake descriptors dropped\n",
                        strerror(errno));
             loop.wakeCount = 0;
             continue;
@@ -145,7 +146,9 @@ int NuvWatcher::Destroy() {
     return NUV_OK;
 }
 
-void NuvWatcher::SetPeriod(unsigned long period) { m_pLoop->periodMs.store(period); }
+void NuvWatcher::SetPeriod(unsigned long period) {
+    m_pLoop->periodMs.store(period);
+}
 
 void NuvWatcher::t_SetWakeDescriptors(const struct pollfd* fds, int count) {
     if (fds == nullptr || count < 0)
