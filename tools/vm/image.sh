@@ -228,6 +228,12 @@ image_build_base() {
     esac >"$root/lib/modules/$version/$file"
     echo "$group $name $file"
   done <"$root/plan" >"$root/etc/nuv-vm/modules"
+  # modules.dep for just these, so that busybox modprobe (and the kernel's own module
+  # requests through it) works in the guest: a test may unload and reload a card.
+  awk 'FNR == NR { have[$3] = 1; next }
+    { line = $0; gsub(/\.ko\.(xz|zst|gz)/, ".ko", line); path = line; sub(/:.*/, "", path) }
+    path in have { print line }' "$root/plan" "/lib/modules/$version/modules.dep" \
+    >"$root/lib/modules/$version/modules.dep"
 
   cat >"$root/etc/nuv-vm/image.conf" <<EOF
 KERNEL_VERSION=$version
