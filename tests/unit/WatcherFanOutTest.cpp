@@ -36,20 +36,21 @@ struct Recorder : NuvMIDICallback {
     _MIDIMessage* lastMessage = nullptr;
 };
 
-class WatcherFanOut : public ::testing::Test {
+class MIDIWatcherFanOut : public ::testing::Test {
 protected:
     int Send() { return watcher.OnMIDIEvent(20, 16, message); }
 
+    LogCapture log; // also keeps the per-message lines off the console
     NuvMIDIWatcher watcher;
     _MIDIMessage message{};
     std::vector<std::string> calls;
     Recorder a{"A", calls}, b{"B", calls}, c{"C", calls};
 };
 
-TEST_F(WatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrder) {
+TEST_F(MIDIWatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrder) {
     EXPECT_EQ(1, watcher.RegisterMIDICallback(&a));
     EXPECT_EQ(1, watcher.RegisterMIDICallback(&b));
-    LogCapture log;
+    log.Clear();
 
     EXPECT_EQ(1, Send());
 
@@ -63,7 +64,7 @@ TEST_F(WatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrder) {
     EXPECT_EQ(2, log.Count(kSent, NUV_LOG_INFO));
 }
 
-TEST_F(WatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
+TEST_F(MIDIWatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
     watcher.RegisterMIDICallback(&a);
     watcher.RegisterMIDICallback(&b);
     watcher.RegisterMIDICallback(&a);
@@ -78,15 +79,13 @@ TEST_F(WatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
     EXPECT_EQ((std::vector<std::string>{"B"}), calls);
 }
 
-TEST_F(WatcherFanOut, WithoutCallbacksTheMessageIsDropped) {
-    LogCapture log;
+TEST_F(MIDIWatcherFanOut, WithoutCallbacksTheMessageIsDropped) {
     EXPECT_EQ(0, Send());
     EXPECT_EQ(1, log.Count(kNoDevice, NUV_LOG_INFO));
     EXPECT_EQ(0, log.Count(kSent));
 }
 
-TEST_F(WatcherFanOut, NullIsRefusedAndNeverCalled) {
-    LogCapture log;
+TEST_F(MIDIWatcherFanOut, NullIsRefusedAndNeverCalled) {
     EXPECT_EQ(1, watcher.RegisterMIDICallback(nullptr));
     EXPECT_TRUE(log.Has("\n[NuvMIDIWatcher::RegisterMIDICallback] null callback ignored\n\n",
                         NUV_LOG_INFO));
@@ -94,7 +93,7 @@ TEST_F(WatcherFanOut, NullIsRefusedAndNeverCalled) {
     EXPECT_EQ(0, watcher.UnregisterMIDICallback(nullptr));
 }
 
-TEST_F(WatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
+TEST_F(MIDIWatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
     watcher.RegisterMIDICallback(&a);
     watcher.RegisterMIDICallback(&b);
     watcher.RegisterMIDICallback(&c);
@@ -106,7 +105,7 @@ TEST_F(WatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
         EXPECT_EQ(0, watcher.UnregisterMIDICallback(&c));
         watcher.RegisterMIDICallback(&b);
     };
-    LogCapture log;
+    log.Clear();
     EXPECT_EQ(1, Send());
     EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
     EXPECT_EQ(2, log.Count(kSent));
@@ -116,7 +115,7 @@ TEST_F(WatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
     EXPECT_EQ((std::vector<std::string>{"B", "B"}), calls);
 }
 
-TEST_F(WatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
+TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
     watcher.RegisterMIDICallback(&a);
     watcher.RegisterMIDICallback(&b);
     watcher.RegisterMIDICallback(&c);
@@ -140,7 +139,7 @@ TEST_F(WatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
 
 // Host threads register and unregister while a stream of messages is handed out. Once
 // UnregisterMIDICallback has returned, that callback must not be called again.
-TEST(WatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
+TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
     struct Guarded : NuvMIDICallback {
         int OnMIDIEvent(int, int, _MIDIMessage&) override {
             if (unregistered.load())

@@ -35,7 +35,7 @@ public:
     std::map<std::string, int> released;
 };
 
-TEST(WatcherCreate, WithoutKernelSequencerFailsAndLeavesNothing) {
+TEST(MIDIWatcherCreate, WithoutKernelSequencerFailsAndLeavesNothing) {
     if (KernelHasSequencer())
         GTEST_SKIP() << "this machine has a sequencer";
     LogCapture log;
@@ -60,7 +60,7 @@ TEST(WatcherCreate, WithoutKernelSequencerFailsAndLeavesNothing) {
 
 // Without a sequencer FluidSynth's sequencer MIDI driver cannot start: the synthesizer
 // that was made is released again (the sanitizer build checks for leaks).
-TEST(WatcherCreate, SynthesizerWithoutMIDIDriverIsReleased) {
+TEST(MIDIWatcherCreate, SynthesizerWithoutMIDIDriverIsReleased) {
     if (KernelHasSequencer())
         GTEST_SKIP() << "this machine has a sequencer";
     NuvMIDIWatcher watcher;
@@ -85,8 +85,10 @@ TEST(WatcherCreate, SynthesizerWithoutMIDIDriverIsReleased) {
     EXPECT_EQ(1, critical);
 }
 
-TEST(WatcherCandidates, RecordCarriesEveryFixedField) {
+// Only the framework part is created: the candidate map works, no sequencer is open.
+TEST(MIDIWatcherCandidates, RecordCarriesEveryFixedField) {
     NuvMIDIWatcher watcher;
+    ASSERT_EQ(0, watcher.NuvWatcher::Create());
     Access::SetSynthAddress(watcher, 130, 0);
 
     EXPECT_EQ(0, Access::AddDevice(watcher, 20, 3, 1));
@@ -115,11 +117,12 @@ TEST(WatcherCandidates, RecordCarriesEveryFixedField) {
     EXPECT_EQ(3, c.clientInfo.port);
     EXPECT_EQ(1, c.clientInfo.isSynth);
 
-    Access::DeleteCandidate(watcher, "20");
+    EXPECT_EQ(0, watcher.NuvWatcher::Destroy());
 }
 
-TEST(WatcherCandidates, SecondPortOfAClientIsReleasedOnceAndPassMarksPresent) {
+TEST(MIDIWatcherCandidates, SecondPortOfAClientIsReleasedOnceAndPassMarksPresent) {
     CountingWatcher watcher;
+    ASSERT_EQ(0, watcher.NuvWatcher::Create());
     Access::AddDevice(watcher, 20, 0, 0);
     Access::AddDevice(watcher, 20, 1, 0); // same key: the framework keeps the first
     EXPECT_EQ(1, watcher.released["20"]);
@@ -134,9 +137,10 @@ TEST(WatcherCandidates, SecondPortOfAClientIsReleasedOnceAndPassMarksPresent) {
     Access::DeleteCandidate(watcher, "20");
     EXPECT_EQ(2, watcher.released["20"]);
     EXPECT_TRUE(Access::Candidates(watcher).empty());
+    EXPECT_EQ(0, watcher.NuvWatcher::Destroy());
 }
 
-TEST(WatcherCandidates, DeleteExtraInfoReleasesOnlyWhatIsThere) {
+TEST(MIDIWatcherCandidates, DeleteExtraInfoReleasesOnlyWhatIsThere) {
     NuvMIDIWatcher watcher;
     _NuvDetailDevInfo record{};
     record.pExtraInfo = new _MIDIClientInfo();

@@ -6,7 +6,7 @@
 
 namespace {
 
-class WatcherEvents : public CreatedWatcherTest {
+class MIDIWatcherEvents : public CreatedWatcherTest {
 protected:
     void SetUp() override {
         CreatedWatcherTest::SetUp();
@@ -38,7 +38,7 @@ bool AllZero(const char* bytes, size_t size) {
     return true;
 }
 
-TEST_F(WatcherEvents, ChannelMessagesReachTheCallbackWithTheirFields) {
+TEST_F(MIDIWatcherEvents, ChannelMessagesReachTheCallbackWithTheirFields) {
     LogCapture log;
     ASSERT_TRUE(keyboard->Write({0x90, 60, 100})); // note on, channel 0
     ASSERT_TRUE(keyboard->Write({0x83, 61, 0}));   // note off, channel 3
@@ -77,19 +77,19 @@ TEST_F(WatcherEvents, ChannelMessagesReachTheCallbackWithTheirFields) {
     }
     // Control-type events are logged with the sequencer's type, notes are not.
     EXPECT_EQ(1, log.Count("\n[NuvMIDIWatcher::m_MIDIProcess] [0] EventType: [10] Parameter: [7] "
-                           "Channel [3] Value [100]\n\n",
+                           "Channel [3] Value [100]\n",
                            NUV_LOG_TRACE));
     EXPECT_EQ(6, log.CountContaining("EventType: ["));
 }
 
-TEST_F(WatcherEvents, UnhandledTypesAreLoggedAndDropped) {
+TEST_F(MIDIWatcherEvents, UnhandledTypesAreLoggedAndDropped) {
     LogCapture log;
     ASSERT_TRUE(keyboard->Write({0xA0, 60, 50})); // polyphonic key pressure
     ASSERT_TRUE(keyboard->Write({0x90, 62, 1}));  // a note after it, to know when it went by
 
     ASSERT_TRUE(PassUntil([&] { return callback.Count() >= 1; }));
 
-    EXPECT_EQ(1, log.Count("\n[NuvMIDIWatcher::m_MIDIProcess] unhandled event [8] received\n\n",
+    EXPECT_EQ(1, log.Count("\n[NuvMIDIWatcher::m_MIDIProcess] unhandled event [8] received\n",
                            NUV_LOG_INFO));
     const auto received = callback.All();
     ASSERT_EQ(1u, received.size());
@@ -97,7 +97,7 @@ TEST_F(WatcherEvents, UnhandledTypesAreLoggedAndDropped) {
     EXPECT_EQ(62, received[0].message.param);
 }
 
-TEST_F(WatcherEvents, WithoutCallbacksMessagesAreDropped) {
+TEST_F(MIDIWatcherEvents, WithoutCallbacksMessagesAreDropped) {
     watcher->UnregisterMIDICallback(&callback);
     LogCapture log;
     ASSERT_TRUE(keyboard->Write({0x90, 60, 100}));

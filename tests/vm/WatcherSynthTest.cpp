@@ -31,7 +31,7 @@ private:
 
 const std::string kFontLine = "\n[NuvMIDIWatcher::m_CreateSynthesizer] Font file id [";
 
-class WatcherSynth : public ::testing::Test {
+class MIDIWatcherSynth : public ::testing::Test {
 protected:
     void SetUp() override {
         if (SequencerView::Read().Clients().empty())
@@ -41,12 +41,12 @@ protected:
     }
 };
 
-TEST_F(WatcherSynth, DefaultFontIsLoadedAndTheSettingsHold) {
+TEST_F(MIDIWatcherSynth, DefaultFontIsLoadedAndTheSettingsHold) {
     LogCapture log;
     NuvMIDIWatcher watcher;
     ASSERT_EQ(0, watcher.Create());
 
-    EXPECT_EQ(1, log.Count(kFontLine + "1]\n\n", NUV_LOG_TRACE));
+    EXPECT_EQ(1, log.Count(kFontLine + "1]\n", NUV_LOG_TRACE));
     fluid_synth_t* synth = Access::Synth(watcher);
     fluid_settings_t* settings = Access::Settings(watcher);
     EXPECT_EQ(1, fluid_synth_sfcount(synth));
@@ -69,7 +69,7 @@ TEST_F(WatcherSynth, DefaultFontIsLoadedAndTheSettingsHold) {
     EXPECT_EQ(nullptr, SequencerView::Read().Find("MIDI Watcher"));
 }
 
-TEST_F(WatcherSynth, MissingFontIsNoFailure) {
+TEST_F(MIDIWatcherSynth, MissingFontIsNoFailure) {
     FontAside aside;
     ASSERT_TRUE(aside.Moved());
     LogCapture log;
@@ -83,7 +83,7 @@ TEST_F(WatcherSynth, MissingFontIsNoFailure) {
     EXPECT_EQ(0, watcher.Destroy());
 }
 
-TEST_F(WatcherSynth, UnreadableFontFailsCreateAndLeavesNothing) {
+TEST_F(MIDIWatcherSynth, UnreadableFontFailsCreateAndLeavesNothing) {
     FontAside aside;
     ASSERT_TRUE(aside.Moved());
     std::ofstream(kFont) << "RIFF, but not a sound font";
