@@ -1,0 +1,176 @@
+// NuvDeviceManager: the host's devices on the connection manager's connectors, and the
+// host's callbacks about devices arriving and leaving.
+#include "NuvDeviceManager"
+
+#include <string.h>
+
+#include <vector>
+
+#include "NuvConnectionManager"
+#include "NuvLog"
+#include "NuvResult"
+
+NuvDeviceManager::NuvDeviceManager()
+    : m_pConnectionManager(nullptr), m_pReserved(nullptr), m_nNextID(1) {}
+
+NuvDeviceManager::~NuvDeviceManager() {}
+
+int NuvDeviceManager::Create(NuvConnectionManager* connectionManager) {
+    if (connectionManager == nullptr || m_mutex.FlagCreate())
+        return NUV_ERR_GENERAL;
+    if (!m_mutex.Create())
+        return NUV_ERR_GENERAL;
+    if (NuvCallbackHandler::Create() != NUV_OK) {
+        m_mutex.Destroy();
+        return NUV_ERR_GENERAL;
+    }
+    m_pConnectionManager = connectionManager;
+    const int result = t_CreateManager();
+    if (result != NUV_OK || connectionManager->RegisterCallback(this) != NUV_OK) {
+        if (result == NUV_OK)
+            t_DestroyManager();
+        m_pConnectionManager = nullptr;
+        NuvCallbackHandler::Destroy();
+        m_mutex.Destroy();
+        return result != NUV_OK ? result : NUV_ERR_GENERAL;
+    }
+    return NUV_OK;
+}
+
+int NuvDeviceManager::Destroy() {
+    if (!m_mutex.FlagCreate())
+        return NUV_OK;
+    // Waits for a connector announcement in progress, so no device can be removed from
+    // under the loop below.
+    m_pConnectionManager->UnregisterCallback(this);
+
+    std::map<int, NuvDevice*> devices;
+    {
+        NuvMutexGuard guard(m_mutex);
+        devices.swap(m_mapDevice);
+    }
+    for (auto& entry : devices) {
+        entry.second->Destroy();
+        delete entry.second;
+    }
+
+    t_DestroyManager();
+    NuvCallbackHandler::Destroy();
+    m_mutex.Destroy();
+    return NUV_OK;
+}
+
+int NuvDeviceManager::t_OnCallback(int event, void* arg1, void* arg2, void* arg3) {
+    switch (event) {
+    case NUV_EVENT_CONNECTOR_ADDED:
+        if (arg1 != nullptr)
+            m_OnConnectorAdded(static_cast<NuvConnector*>(arg1));
+        return NUV_OK;
+    case NUV_EVENT_CONNECTOR_REMOVED:
+        if (arg1 != nullptr)
+            m_OnConnectorRemoved(static_cast<NuvConnector*>(arg1));
+        return NUV_OK;
+    default:
+        return t_ProcessPrivateEvent(event, arg1, arg2, arg3);
+    }
+}
+
+void NuvDeviceManager::m_OnConnectorAdded(NuvConnector* connector) {
+    const _NuvDevInfo info = connector->GetDevInfo();
+    ExecuteCallback(NUV_EVENT_DEVICE_ATTACHED, const_cast<_NuvDevInfo*>(&info), nullptr, nullptr);
+}
+
+void NuvDeviceManager::m_OnConnectorRemoved(NuvConnector* connector) {
+    NuvDevice* device = nullptr;
+    {
+        NuvMutexGuard guard(m_mutex);
+        device = m_FindDeviceOn(connector);
+        if (device != nullptr)
+            m_mapDevice.erase(device->GetDeviceID());
+    }
+    const _NuvDevInfo info = connector->GetDevInfo();
+    const int id = device != nullptr ? device->GetDeviceID() : -1;
+    ExecuteCallback(NUV_EVENT_DEVICE_DETACHED, const_cast<_NuvDevInfo*>(&info),
+                    device != nullptr ? const_cast<int*>(&id) : nullptr, nullptr);
+    if (device != nullptr) {
+        device->Destroy();
+        delete device;
+    }
+}
+
+NuvDevice* NuvDeviceManager::m_FindDeviceOn(NuvConnector* connector) {
+    for (auto& entry : m_mapDevice)
+        if (entry.second->GetConnector() == connector)
+            return entry.second;
+    return nullptr;
+}
+
+NuvDevice* NuvDeviceManager::t_CreateDevice(int type, const char* name) {
+    if (name == nullptr || !m_mutex.FlagCreate())
+        return nullptr;
+    // Held from the search for the connector until the device is in the map: a removal of
+    // that connector either finds the new device or has already taken the connector away.
+    NuvMutexGuard guard(m_mutex);
+    for (auto& entry : m_mapDevice) {
+        const _NuvDevInfo& info = entry.second->GetConnector()->GetDevInfo();
+        if (info.type == type && strncmp(info.deviceName, name, sizeof(info.deviceName)) == 0)
+            return entry.second;
+    }
+    NuvConnector* connector = m_pConnectionManager->FindConnector(type, name);
+    if (connector == nullptr)
+        return nullptr;
+    const int id = m_nNextID++;
+    NuvDevice* device = t_NewDevice(connector, id);
+    if (device == nullptr)
+        return nullptr;
+    if (device->Create() != NUV_OK) {
+        delete device;
+        return nullptr;
+    }
+    m_mapDevice[id] = device;
+    return device;
+}
+
+int NuvDeviceManager::t_DestroyDevice(int id) {
+    if (!m_mutex.FlagCreate())
+        return NUV_ERR_GENERAL;
+    NuvDevice* device = nullptr;
+    {
+        NuvMutexGuard guard(m_mutex);
+        auto it = m_mapDevice.find(id);
+        if (it == m_mapDevice.end())
+            return NUV_ERR_GENERAL;
+        device = it->second;
+        m_mapDevice.erase(it);
+    }
+    device->Destroy();
+    delete device;
+    return NUV_OK;
+}
+
+NuvDevice* NuvDeviceManager::t_FindDevice(int id) {
+    if (!m_mutex.FlagCreate())
+        return nullptr;
+    NuvMutexGuard guard(m_mutex);
+    auto it = m_mapDevice.find(id);
+    return it != m_mapDevice.end() ? it->second : nullptr;
+}
+
+int NuvDeviceManager::IsConnected(int type, const char* name) {
+    if (m_pConnectionManager == nullptr)
+        return 0;
+    return m_pConnectionManager->FindConnector(type, name) != nullptr ? 1 : 0;
+}
+
+int NuvDeviceManager::GetConnectedDeviceInfo(_NuvDevInfo& info, bool& created, int type,
+                                             int index) {
+    if (!m_mutex.FlagCreate())
+        return NUV_ERR_GENERAL;
+    // Under the manager's lock the connector cannot be deleted before the device search.
+    NuvMutexGuard guard(m_mutex);
+    NuvConnector* connector = m_pConnectionManager->ConnectorAt(type, index, &info);
+    if (connector == nullptr)
+        return NUV_ERR_GENERAL;
+    created = m_FindDeviceOn(connector) != nullptr;
+    return NUV_OK;
+}
