@@ -4,16 +4,57 @@
 
 #include <string.h>
 
-#include <vector>
+#include <condition_variable>
+#include <mutex>
+#include <set>
 
 #include "NuvConnectionManager"
 #include "NuvLog"
 #include "NuvResult"
 
+namespace {
+
+// The connectors whose device a host thread is destroying right now, outside the manager's
+// mutex. The removal of such a connector waits here before the connection manager may
+// delete it, since the device's Destroy still talks to its connector.
+struct Teardowns {
+    void Begin(const NuvConnector* connector) {
+        std::lock_guard<std::mutex> lock(mutex);
+        connectors.insert(connector);
+    }
+    void End(const NuvConnector* connector) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            connectors.erase(connectors.find(connector));
+        }
+        finished.notify_all();
+    }
+    void WaitUntilDone(const NuvConnector* connector) {
+        std::unique_lock<std::mutex> lock(mutex);
+        finished.wait(lock, [&] { return connectors.count(connector) == 0; });
+    }
+
+    std::mutex mutex;
+    std::condition_variable finished;
+    std::multiset<const NuvConnector*> connectors;
+};
+
+Teardowns& TeardownsOf(void* reserved) { return *static_cast<Teardowns*>(reserved); }
+
+// Destroys a device whose teardown was announced with Begin.
+void DestroyDevice(Teardowns& teardowns, NuvDevice* device) {
+    const NuvConnector* connector = device->GetConnector();
+    device->Destroy();
+    delete device;
+    teardowns.End(connector);
+}
+
+} // namespace
+
 NuvDeviceManager::NuvDeviceManager()
     : m_pConnectionManager(nullptr), m_pReserved(nullptr), m_nNextID(1) {}
 
-NuvDeviceManager::~NuvDeviceManager() {}
+NuvDeviceManager::~NuvDeviceManager() { delete static_cast<Teardowns*>(m_pReserved); }
 
 int NuvDeviceManager::Create(NuvConnectionManager* connectionManager) {
     if (connectionManager == nullptr || m_mutex.FlagCreate())
@@ -24,12 +65,16 @@ int NuvDeviceManager::Create(NuvConnectionManager* connectionManager) {
         m_mutex.Destroy();
         return NUV_ERR_GENERAL;
     }
+    if (m_pReserved == nullptr)
+        m_pReserved = new Teardowns;
     m_pConnectionManager = connectionManager;
     const int result = t_CreateManager();
     if (result != NUV_OK || connectionManager->RegisterCallback(this) != NUV_OK) {
         if (result == NUV_OK)
             t_DestroyManager();
         m_pConnectionManager = nullptr;
+        delete static_cast<Teardowns*>(m_pReserved);
+        m_pReserved = nullptr;
         NuvCallbackHandler::Destroy();
         m_mutex.Destroy();
         return result != NUV_OK ? result : NUV_ERR_GENERAL;
@@ -40,23 +85,24 @@ int NuvDeviceManager::Create(NuvConnectionManager* connectionManager) {
 int NuvDeviceManager::Destroy() {
     if (!m_mutex.FlagCreate())
         return NUV_OK;
-    // Waits for a connector announcement in progress, so no device can be removed from
-    // under the loop below.
-    m_pConnectionManager->UnregisterCallback(this);
-
     std::map<int, NuvDevice*> devices;
     {
         NuvMutexGuard guard(m_mutex);
         devices.swap(m_mapDevice);
+        for (auto& entry : devices)
+            TeardownsOf(m_pReserved).Begin(entry.second->GetConnector());
     }
-    for (auto& entry : devices) {
-        entry.second->Destroy();
-        delete entry.second;
-    }
+    for (auto& entry : devices)
+        DestroyDevice(TeardownsOf(m_pReserved), entry.second);
+    // Still registered while the devices went, so a connector removal meanwhile waited for
+    // them. Unregistering waits for an announcement in progress to finish.
+    m_pConnectionManager->UnregisterCallback(this);
 
     t_DestroyManager();
     NuvCallbackHandler::Destroy();
     m_mutex.Destroy();
+    delete static_cast<Teardowns*>(m_pReserved);
+    m_pReserved = nullptr;
     return NUV_OK;
 }
 
@@ -96,6 +142,8 @@ void NuvDeviceManager::m_OnConnectorRemoved(NuvConnector* connector) {
         device->Destroy();
         delete device;
     }
+    // A host thread may be destroying a device on this connector right now.
+    TeardownsOf(m_pReserved).WaitUntilDone(connector);
 }
 
 NuvDevice* NuvDeviceManager::m_FindDeviceOn(NuvConnector* connector) {
@@ -142,9 +190,9 @@ int NuvDeviceManager::t_DestroyDevice(int id) {
             return NUV_ERR_GENERAL;
         device = it->second;
         m_mapDevice.erase(it);
+        TeardownsOf(m_pReserved).Begin(device->GetConnector());
     }
-    device->Destroy();
-    delete device;
+    DestroyDevice(TeardownsOf(m_pReserved), device);
     return NUV_OK;
 }
 

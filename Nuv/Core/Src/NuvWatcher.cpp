@@ -35,11 +35,13 @@ void DropWakeDescriptor(NuvWatcherLoop& loop, int index) {
 
 // Waits until the period that began at passStartNs has run out or a wake descriptor has
 // input (true: run the next pass), or Stop was called (false).
-bool WaitForNextPass(NuvWatcherLoop& loop, int64_t passStartNs) {
+bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStartNs) {
     for (;;) {
-        if (loop.stopping.load())
+        if (loop.stopping.load() || loop.generation.load() != generation)
             return false;
-        const int64_t periodNs = static_cast<int64_t>(loop.periodMs.load()) * 1000000;
+        // A period of 0 would make the thread spin: one millisecond is the shortest.
+        const unsigned long periodMs = loop.periodMs.load();
+        const int64_t periodNs = static_cast<int64_t>(periodMs > 0 ? periodMs : 1) * 1000000;
         const int64_t remainingNs = passStartNs + periodNs - MonotonicNs();
         if (remainingNs <= 0)
             return true;
@@ -174,6 +176,7 @@ int NuvWatcher::Start() {
     while (read(m_pLoop->stopFd, &pending, sizeof(pending)) > 0) {
     }
     m_pLoop->stopping.store(false);
+    ++m_pLoop->generation;
     if (!NuvThread::Create("NuvWatcher", kWatcherStackSize)) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvWatcher::Start] thread creation failed\n");
         return NUV_ERR_CREATE_THREAD;
@@ -207,11 +210,12 @@ void NuvWatcher::t_Main() {
     t_passOwner = this;
     m_semaphore.Give();
     NuvWatcherLoop& loop = *m_pLoop;
-    while (!loop.stopping.load()) {
+    const unsigned generation = loop.generation.load();
+    while (!loop.stopping.load() && loop.generation.load() == generation) {
         const int64_t passStartNs = MonotonicNs();
         t_SpecialEnumerate();
         t_ExtraEnumerate();
-        if (!WaitForNextPass(loop, passStartNs))
+        if (!WaitForNextPass(loop, generation, passStartNs))
             break;
     }
     t_passOwner = nullptr;

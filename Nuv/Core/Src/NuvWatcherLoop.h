@@ -12,6 +12,9 @@ struct NuvWatcherLoop {
 
     std::atomic<unsigned long> periodMs{1000};
     std::atomic<bool> stopping{false};
+    // Counts the starts: a thread that was stopped from its own pass and is still winding
+    // down when the watcher is started again sees a newer number and ends.
+    std::atomic<unsigned> generation{0};
     int stopFd = -1; // eventfd written by Stop; exists from Create to Destroy
     // Touched before Start or on the watcher thread only.
     struct pollfd wake[kMaxWakeDescriptors] = {};
