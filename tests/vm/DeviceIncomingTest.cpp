@@ -34,9 +34,12 @@ TEST_F(DeviceIncoming, EveryChannelMessageReachesTheHostWithItsEventCode) {
         std::vector<uint8_t> bytes;
         int code, channel, param, value;
     } cases[] = {
-        {{0x90, 60, 100}, 16, 0, 60, 100},  {{0x80, 60, 64}, 17, 0, 60, 64},
-        {{0xB3, 7, 100}, 20, 3, 7, 100},    {{0xC1, 5}, 21, 1, 0, 5},
-        {{0xD2, 64}, 22, 2, 0, 64},         {{0xE0, 0x00, 0x40}, 23, 0, 0, 0},
+        {{0x90, 60, 100}, 16, 0, 60, 100},
+        {{0x80, 60, 64}, 17, 0, 60, 64},
+        {{0xB3, 7, 100}, 20, 3, 7, 100},
+        {{0xC1, 5}, 21, 1, 0, 5},
+        {{0xD2, 64}, 22, 2, 0, 64},
+        {{0xE0, 0x00, 0x40}, 23, 0, 0, 0},
         {{0xEF, 0x00, 0x00}, 23, 15, 0, -8192},
     };
     for (const Case& c : cases) {
@@ -50,8 +53,9 @@ TEST_F(DeviceIncoming, EveryChannelMessageReachesTheHostWithItsEventCode) {
         EXPECT_EQ(c.param, event.copy.param) << c.code;
         EXPECT_EQ(c.value, event.copy.value) << c.code;
         EXPECT_TRUE(event.lastArgumentNull);
-        if (c.code >= 20)
+        if (c.code >= 20) {
             EXPECT_EQ(std::string(256, '\0'), std::string(event.copy.text, 256)) << c.code;
+        }
     }
     EXPECT_EQ(7u, host.Count());
 }
