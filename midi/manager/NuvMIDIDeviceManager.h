@@ -8,6 +8,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 
@@ -15,6 +16,7 @@
 #include "NuvDeviceManager"
 
 class NuvMIDIRenderer;
+class NuvMIDIConnector;
 
 // The file-playback block; its address is the play thread's argument.
 struct _PlayFileInfo {
@@ -22,7 +24,17 @@ struct _PlayFileInfo {
     fluid_player_t* player;   // owned by the manager
     std::atomic<int> status;  // 1: no file playing, 2: playing
     char fileName[256];
+
+    // The play thread is detached; the manager waits on `ended` for `threadRunning` to
+    // fall before it replaces or frees the player, the name or itself.
+    std::mutex lock;
+    std::condition_variable ended;
+    bool threadRunning;
+    bool stopRequested; // set by a stop that may come before the thread starts the player
 };
+
+// The play thread of one file; `arg` is the manager's _PlayFileInfo.
+void* PlayFile(void* arg);
 
 class NuvMIDIDeviceManager : public INuvMIDIDeviceManager, public NuvDeviceManager {
 public:
@@ -47,10 +59,19 @@ public:
     virtual NuvDevice* t_NewDevice(NuvConnector* connector, int id);
 
 private:
+    friend struct NuvMIDIDeviceManagerProbe; // tests read the renderer count
+
     int m_CreateRenderer(fluid_synth_t* synth);
     void m_DestroyRenderer();
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest,
                         bool connect);
+
+    // The MIDI connector of a device found by id, or null.
+    NuvMIDIConnector* m_FindConnector(int id);
+    int m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst);
+    int m_StopFile(_MIDIDeviceInfo* dst);
+    // Stops a playing file and waits for its thread; then deletes the player.
+    void m_EndFilePlayback();
 
     _PlayFileInfo m_playFile;
     pthread_attr_t m_threadAttr;
@@ -60,6 +81,9 @@ private:
     int m_appInfo1;
     int m_appInfo2;
     std::string m_appInfoText;
+
+    std::recursive_mutex m_rendererMutex; // the count and the renderer, for any host thread
+    std::mutex m_fileMutex;               // one file start or stop at a time
 };
 
 #endif

@@ -17,13 +17,15 @@ public:
     virtual ~NuvMIDIRenderer();
 
     virtual void t_Main();
-    virtual int Destroy(); // 0
+    virtual int Destroy(); // 0: closes the output if still open; StopRenderer runs before
 
     int Create(fluid_synth_t* synth, int appInfo1, int appInfo2, std::string appInfoText);
     int StartRenderer();
     int StopRenderer();
 
 private:
+    void m_OpenOutput();
+
     NuvMutex m_mutex;
     fluid_synth_t* m_pSynth;
     unsigned char* m_pcm_buf;

@@ -1,0 +1,139 @@
+// The host-facing device manager: devices on the framework's manager, the device factory
+// and the shared, reference-counted renderer.
+#include "NuvMIDIDeviceManager.h"
+
+#include "NuvLog"
+#include "NuvMIDIConnector.h"
+#include "NuvMIDIDevice.h"
+#include "NuvMIDIRenderer.h"
+
+namespace {
+
+constexpr size_t kPlayThreadStackBytes = 0x100000;
+
+INuvMIDIDevice* AsHostDevice(NuvDevice* device) {
+    return device != nullptr ? static_cast<NuvMIDIDevice*>(device) : nullptr;
+}
+
+} // namespace
+
+NuvMIDIDeviceManager::NuvMIDIDeviceManager()
+    : m_rendererRefCount(0), m_pRenderer(nullptr), m_appInfo1(-1), m_appInfo2(-1) {
+    m_playFile.synth = nullptr;
+    m_playFile.player = nullptr;
+    m_playFile.status = 1;
+    m_playFile.fileName[0] = '\0';
+    m_playFile.threadRunning = false;
+    m_playFile.stopRequested = false;
+    pthread_attr_init(&m_threadAttr);
+    pthread_attr_setstacksize(&m_threadAttr, kPlayThreadStackBytes);
+    pthread_attr_setdetachstate(&m_threadAttr, PTHREAD_CREATE_DETACHED);
+}
+
+NuvMIDIDeviceManager::~NuvMIDIDeviceManager() {
+    m_EndFilePlayback();
+    pthread_attr_destroy(&m_threadAttr);
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    m_rendererRefCount = 1; // the last user goes, whatever the count was
+    m_DestroyRenderer();
+}
+
+int NuvMIDIDeviceManager::IsConnected(const char* name) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::IsConnected]\n");
+    return NuvDeviceManager::IsConnected(NUV_DEVICE_TYPE_MIDI, name);
+}
+
+int NuvMIDIDeviceManager::GetConnectedDeviceInfo(_NuvDevInfo& info, bool& created, int index) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::GetConnectedDeviceInfo]\n");
+    return NuvDeviceManager::GetConnectedDeviceInfo(info, created, NUV_DEVICE_TYPE_MIDI, index);
+}
+
+int NuvMIDIDeviceManager::RegisterCallback(NuvCallback* callback) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIDeviceManager::RegisterCallback]\n");
+    return NuvDeviceManager::RegisterCallback(callback);
+}
+
+int NuvMIDIDeviceManager::UnregisterCallback(NuvCallback* callback) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIDeviceManager::UnregisterCallback]\n");
+    return NuvDeviceManager::UnregisterCallback(callback);
+}
+
+INuvMIDIDevice* NuvMIDIDeviceManager::CreateDevice(const char* name) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIDeviceManager::CreateDevice]\n");
+    return AsHostDevice(NuvDeviceManager::t_CreateDevice(NUV_DEVICE_TYPE_MIDI, name));
+}
+
+INuvMIDIDevice* NuvMIDIDeviceManager::GetDevice(int id) {
+    print_dlog(NUV_LOG_INFO, "ID = [%d].", id);
+    NuvDevice* device = NuvDeviceManager::t_FindDevice(id);
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    // Taking a device adds a user of the renderer only when there is none.
+    if (m_rendererRefCount == 0 && device != nullptr && device->GetConnector() != nullptr) {
+        _MIDIClientInfo info{};
+        static_cast<NuvMIDIConnector*>(device->GetConnector())->GetClientInformation(&info);
+        m_CreateRenderer(info.synth);
+    }
+    return AsHostDevice(device);
+}
+
+int NuvMIDIDeviceManager::DestroyDevice(int id) {
+    print_dlog(NUV_LOG_INFO, "ID = [%d]", id);
+    return NuvDeviceManager::t_DestroyDevice(id);
+}
+
+int NuvMIDIDeviceManager::PauseStream(_MIDIDeviceInfo*, _MIDIDeviceInfo*) {
+    return NUV_ERR_NOT_IMPLEMENTED;
+}
+
+int NuvMIDIDeviceManager::GetFilePlayStatus() { return m_playFile.status; }
+
+int NuvMIDIDeviceManager::SetAppInfo(int appInfo1, int appInfo2, std::string text) {
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    m_appInfo1 = appInfo1;
+    m_appInfo2 = appInfo2;
+    m_appInfoText = text.c_str(); // up to the first NUL
+    return 1;
+}
+
+NuvDevice* NuvMIDIDeviceManager::t_NewDevice(NuvConnector* connector, int id) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "\n[*NuvMIDIDeviceManager::t_NewDevice]\n");
+    return new NuvMIDIDevice(connector, id);
+}
+
+NuvMIDIConnector* NuvMIDIDeviceManager::m_FindConnector(int id) {
+    NuvDevice* device = NuvDeviceManager::t_FindDevice(id);
+    return device != nullptr ? static_cast<NuvMIDIConnector*>(device->GetConnector()) : nullptr;
+}
+
+int NuvMIDIDeviceManager::m_CreateRenderer(fluid_synth_t* synth) {
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    if (m_rendererRefCount != 0) {
+        ++m_rendererRefCount;
+        return 0;
+    }
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_CreateRenderer]\n");
+    m_pRenderer = new NuvMIDIRenderer();
+    m_pRenderer->Create(synth, m_appInfo1, m_appInfo2, m_appInfoText);
+    m_pRenderer->StartRenderer();
+    m_rendererRefCount = 1;
+    return 0;
+}
+
+void NuvMIDIDeviceManager::m_DestroyRenderer() {
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    if (m_rendererRefCount == 0) // a stop without a matching start: nothing to remove
+        return;
+    if (m_rendererRefCount > 1) {
+        --m_rendererRefCount;
+        return;
+    }
+    print_dlog(NUV_LOG_TRACE, "%s\n",
+               "\n[NuvMIDIDeviceManager::m_DestroyRenderer] Destroying renderer\n");
+    if (m_pRenderer != nullptr) {
+        m_pRenderer->StopRenderer();
+        m_pRenderer->Destroy();
+        delete m_pRenderer;
+        m_pRenderer = nullptr;
+    }
+    m_rendererRefCount = 0;
+}

@@ -1,0 +1,20 @@
+// The renderer's unit of sound: 64 frames of interleaved signed 16-bit little-endian
+// stereo at 48 000 Hz (256 bytes, 1.33 ms).
+#ifndef NUV_MIDI_PCM_BLOCK_H
+#define NUV_MIDI_PCM_BLOCK_H
+
+constexpr int kNuvMIDISampleRate = 48000;
+constexpr int kNuvMIDIBlockFrames = 64;
+constexpr int kNuvMIDIBlockBytes = kNuvMIDIBlockFrames * 4;
+
+// A block counts as silent when every byte of its first and its last frame is 0 or 1;
+// only those two frames are looked at.
+inline bool NuvMIDIBlockIsSilent(const unsigned char* block) {
+    static const int kProbes[] = {0, 1, 2, 3, 255, 254, 253, 252};
+    for (int at : kProbes)
+        if (block[at] > 1)
+            return false;
+    return true;
+}
+
+#endif

@@ -1,0 +1,134 @@
+// Streams: device-to-device routing by sequencer port subscription; file streams are
+// handed to the file player.
+#include <alloca.h>
+#include <string.h>
+
+#include "NuvLog"
+#include "NuvMIDIConnector.h"
+#include "NuvMIDIDeviceManager.h"
+
+namespace {
+
+bool ValidSource(int type) { return type == MIDI_DEVICE_TYPE_SOURCE || type == MIDI_DEVICE_TYPE_FILE; }
+bool ValidDestination(int type) {
+    return type == MIDI_DEVICE_TYPE_DESTINATION || type == MIDI_DEVICE_TYPE_FILE;
+}
+
+// The kinds of stream, by the OR of two valid end types.
+constexpr int kDeviceToDevice = MIDI_DEVICE_TYPE_SOURCE | MIDI_DEVICE_TYPE_DESTINATION;
+constexpr int kToFile = MIDI_DEVICE_TYPE_FILE;
+constexpr int kFileToDevice = MIDI_DEVICE_TYPE_FILE | MIDI_DEVICE_TYPE_DESTINATION;
+static_assert(kDeviceToDevice == 1 && kToFile == 2 && kFileToDevice == 3, "stream kinds");
+
+constexpr int kSubscriptionBusy = -16; // -EBUSY: the pair is already subscribed
+
+snd_seq_addr_t Address(const _MIDIClientInfo& info) {
+    snd_seq_addr_t address;
+    address.client = static_cast<unsigned char>(info.client);
+    address.port = static_cast<unsigned char>(info.port);
+    return address;
+}
+
+} // namespace
+
+int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream]\n");
+    if (!ValidSource(src->type)) {
+        print_dlog(NUV_LOG_INFO,
+                   "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[%d] name [%s]\n",
+                   src->type, src->name);
+        return 0;
+    }
+    if (!ValidDestination(dst->type)) {
+        print_dlog(NUV_LOG_INFO,
+                   "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[%d] name [%s]\n",
+                   dst->type, dst->name);
+        return 0;
+    }
+    const int kind = src->type | dst->type;
+    if (kind == kToFile) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n");
+        return 0;
+    }
+    if (kind == kFileToDevice)
+        return m_StartFile(src, dst);
+
+    NuvMIDIConnector* source = m_FindConnector(src->id);
+    NuvMIDIConnector* destination = m_FindConnector(dst->id);
+    if (source == nullptr || destination == nullptr) {
+        print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::StartStream] Can't find Device(%d) \n",
+                   source == nullptr ? src->id : dst->id);
+        return 0;
+    }
+    _MIDIClientInfo s{}, d{};
+    source->GetClientInformation(&s);
+    destination->GetClientInformation(&d);
+    const int result = m_ConnectDevice(s.seq, Address(s), Address(d), true);
+    if (result < 0) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
+        return result == kSubscriptionBusy ? 2 : 0;
+    }
+    m_CreateRenderer(d.synth);
+    return 1;
+}
+
+int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) {
+    print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StopStream]\n");
+    if (!ValidSource(src->type)) {
+        print_dlog(NUV_LOG_INFO,
+                   "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[%d] name [%s]\n",
+                   src->type, src->name);
+        return NUV_ERR_INVALID_STREAM;
+    }
+    if (!ValidDestination(dst->type)) {
+        print_dlog(NUV_LOG_INFO,
+                   "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[%d] name [%s]\n",
+                   dst->type, dst->name);
+        return NUV_ERR_INVALID_STREAM;
+    }
+    const int kind = src->type | dst->type;
+    if (kind == kToFile)
+        return NUV_ERR_NOT_IMPLEMENTED;
+    if (kind == kFileToDevice)
+        return m_StopFile(dst);
+
+    NuvMIDIConnector* source = m_FindConnector(src->id);
+    NuvMIDIConnector* destination = m_FindConnector(dst->id);
+    if (source == nullptr || destination == nullptr) {
+        print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::StopStream] Can't find Device(%d) \n",
+                   source == nullptr ? src->id : dst->id);
+        return NUV_ERR_GENERAL;
+    }
+    _MIDIClientInfo s{}, d{};
+    source->GetClientInformation(&s);
+    destination->GetClientInformation(&d);
+    if (m_ConnectDevice(s.seq, Address(s), Address(d), false) < 0) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n");
+        return NUV_ERR_GENERAL;
+    }
+    m_DestroyRenderer();
+    return 0;
+}
+
+int NuvMIDIDeviceManager::m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender,
+                                          snd_seq_addr_t dest, bool connect) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_ConnectDevice] \n");
+    auto* subscription = static_cast<snd_seq_port_subscribe_t*>(alloca(snd_seq_port_subscribe_sizeof()));
+    memset(subscription, 0, snd_seq_port_subscribe_sizeof());
+    snd_seq_port_subscribe_set_sender(subscription, &sender);
+    snd_seq_port_subscribe_set_dest(subscription, &dest);
+    if (connect) {
+        const int result = snd_seq_subscribe_port(seq, subscription);
+        print_dlog(NUV_LOG_INFO, "\nNuvMIDIDeviceManager::m_ConnectDevice %d\n", result);
+        return result;
+    }
+    int result = snd_seq_get_port_subscription(seq, subscription);
+    if (result != 0) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n There was no connection\n ");
+        return result;
+    }
+    result = snd_seq_unsubscribe_port(seq, subscription);
+    if (result == 0)
+        print_dlog(NUV_LOG_TRACE, "%s\n", "\nUnsubscription was successful\n");
+    return result;
+}

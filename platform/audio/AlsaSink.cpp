@@ -1,0 +1,133 @@
+// The ALSA PCM sink: blocking interleaved writes; a PCM that runs dry while the writer
+// pauses is prepared again on the next write.
+#include <alsa/asoundlib.h>
+
+#include <cstdio>
+#include <new>
+#include <string>
+
+#include "AudioSink.h"
+#include "audio_io.h"
+
+struct NuvAudioSink {
+    snd_pcm_t* pcm = nullptr;
+    std::string name;
+    snd_pcm_uframes_t bufferFrames = 0;
+    bool underrunLogged = false; // one notice per prepared stream, however often it pauses
+};
+
+namespace {
+
+int Configure(NuvAudioSink& sink, const NuvAudioFormat& format) {
+    snd_pcm_t* pcm = sink.pcm;
+    snd_pcm_hw_params_t* hw;
+    snd_pcm_hw_params_alloca(&hw);
+    unsigned int rate = format.rate;
+    snd_pcm_uframes_t period = kNuvAudioPeriodFrames;
+    snd_pcm_uframes_t buffer = kNuvAudioPeriodFrames * kNuvAudioPeriods;
+    if (snd_pcm_hw_params_any(pcm, hw) < 0 ||
+        snd_pcm_hw_params_set_access(pcm, hw, SND_PCM_ACCESS_RW_INTERLEAVED) < 0 ||
+        snd_pcm_hw_params_set_format(pcm, hw,
+                                     format.bytesPerSample == 2 ? SND_PCM_FORMAT_S16_LE
+                                                                : SND_PCM_FORMAT_U8) < 0 ||
+        snd_pcm_hw_params_set_channels(pcm, hw, format.channels) < 0 ||
+        snd_pcm_hw_params_set_rate_near(pcm, hw, &rate, nullptr) < 0 ||
+        snd_pcm_hw_params_set_period_size_near(pcm, hw, &period, nullptr) < 0 ||
+        snd_pcm_hw_params_set_buffer_size_near(pcm, hw, &buffer) < 0 ||
+        snd_pcm_hw_params(pcm, hw) < 0)
+        return AUDIO_IO_ERROR_NOT_SUPPORTED_TYPE;
+    snd_pcm_hw_params_get_period_size(hw, &period, nullptr);
+    snd_pcm_hw_params_get_buffer_size(hw, &buffer);
+    sink.bufferFrames = buffer;
+
+    snd_pcm_sw_params_t* sw;
+    snd_pcm_sw_params_alloca(&sw);
+    snd_pcm_uframes_t boundary = 0;
+    // Start with one period queued, so that a short sound is heard at once and a sound
+    // that ends is not left waiting in the buffer; fill what has been played with
+    // silence, so that a PCM that runs dry never repeats stale samples.
+    if (snd_pcm_sw_params_current(pcm, sw) < 0 ||
+        snd_pcm_sw_params_get_boundary(sw, &boundary) < 0 ||
+        snd_pcm_sw_params_set_start_threshold(pcm, sw, period) < 0 ||
+        snd_pcm_sw_params_set_avail_min(pcm, sw, period) < 0 ||
+        snd_pcm_sw_params_set_silence_threshold(pcm, sw, 0) < 0 ||
+        snd_pcm_sw_params_set_silence_size(pcm, sw, boundary) < 0 ||
+        snd_pcm_sw_params(pcm, sw) < 0)
+        return AUDIO_IO_ERROR_NOT_SUPPORTED_TYPE;
+    return AUDIO_IO_ERROR_NONE;
+}
+
+int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
+    auto* sink = new (std::nothrow) NuvAudioSink;
+    if (sink == nullptr)
+        return AUDIO_IO_ERROR_OUT_OF_MEMORY;
+    sink->name = target;
+    if (snd_pcm_open(&sink->pcm, target, SND_PCM_STREAM_PLAYBACK, 0) < 0) {
+        delete sink;
+        return AUDIO_IO_ERROR_DEVICE_NOT_OPENED;
+    }
+    const int result = Configure(*sink, format);
+    if (result != AUDIO_IO_ERROR_NONE) {
+        snd_pcm_close(sink->pcm);
+        delete sink;
+        return result;
+    }
+    *out = sink;
+    return AUDIO_IO_ERROR_NONE;
+}
+
+int Prepare(NuvAudioSink* sink) {
+    sink->underrunLogged = false;
+    return snd_pcm_prepare(sink->pcm) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION
+                                          : AUDIO_IO_ERROR_NONE;
+}
+
+void NoteUnderrun(NuvAudioSink* sink) {
+    NuvAudioStats_CountUnderrun();
+    if (!sink->underrunLogged) {
+        sink->underrunLogged = true;
+        std::fprintf(stderr,
+                     "nuv_audio_out: %s ran dry and was restarted; later underruns of this "
+                     "stream are only counted\n",
+                     sink->name.c_str());
+    }
+}
+
+long Write(NuvAudioSink* sink, const void* data, unsigned long frames) {
+    const auto* bytes = static_cast<const char*>(data);
+    const long frameBytes = long(snd_pcm_frames_to_bytes(sink->pcm, 1));
+    unsigned long left = frames;
+    while (left > 0) {
+        const snd_pcm_sframes_t written = snd_pcm_writei(sink->pcm, bytes, left);
+        if (written == -EAGAIN || written == -EINTR)
+            continue;
+        if (written == -EPIPE || written == -ESTRPIPE) {
+            NoteUnderrun(sink);
+            if (snd_pcm_recover(sink->pcm, int(written), 1) < 0)
+                return AUDIO_IO_ERROR_INVALID_OPERATION;
+            continue;
+        }
+        if (written < 0)
+            return AUDIO_IO_ERROR_INVALID_OPERATION;
+        bytes += written * frameBytes;
+        left -= static_cast<unsigned long>(written);
+    }
+    return long(frames);
+}
+
+int Unprepare(NuvAudioSink* sink) {
+    snd_pcm_drop(sink->pcm);
+    return AUDIO_IO_ERROR_NONE;
+}
+
+void Close(NuvAudioSink* sink) {
+    snd_pcm_close(sink->pcm);
+    delete sink;
+}
+
+unsigned long BufferFrames(const NuvAudioSink* sink) { return sink->bufferFrames; }
+
+} // namespace
+
+const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {"alsa",      Open,  Prepare,     Write,
+                                                Unprepare, Close, BufferFrames};

@@ -1,0 +1,128 @@
+// The WAV file sink: writes what is played into a RIFF/WAVE file, paced as a device of
+// the same buffer size would be, so that a writer blocks as it would on ALSA.
+//
+// The simulated device starts with the first frames written and plays them at the
+// stream's rate; when it has played everything queued it runs dry (counted as an
+// underrun) and the next write starts it again. Pauses are not recorded: the file holds
+// exactly the frames written.
+#include <cstdint>
+#include <cstdio>
+#include <new>
+
+#include "AudioSink.h"
+#include "audio_io.h"
+
+struct NuvAudioSink {
+    FILE* file = nullptr;
+    NuvAudioFormat format{};
+    uint64_t dataBytes = 0;
+    bool running = false;
+    int64_t startNs = 0;     // when the device began playing the current run
+    uint64_t runFrames = 0;  // frames queued since then
+};
+
+namespace {
+
+constexpr unsigned long kBufferFrames = kNuvAudioPeriodFrames * kNuvAudioPeriods;
+
+void PutLE(unsigned char* at, uint32_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i)
+        at[i] = uint8_t(value >> (8 * i));
+}
+
+// Writes the 44-byte header for the data written so far and returns to the end.
+void WriteHeader(NuvAudioSink* sink) {
+    const uint32_t data = sink->dataBytes > 0xFFFFFFFFu - 36 ? 0xFFFFFFFFu - 36
+                                                             : uint32_t(sink->dataBytes);
+    const NuvAudioFormat& f = sink->format;
+    unsigned char h[44] = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V', 'E',
+                           'f', 'm', 't', ' ', 0, 0, 0, 0, 0, 0, 0, 0,
+                           0,   0,   0,   0,   0, 0, 0, 0, 0, 0, 0, 0,
+                           'd', 'a', 't', 'a', 0, 0, 0, 0};
+    PutLE(h + 4, 36 + data, 4);
+    PutLE(h + 16, 16, 4);                             // fmt chunk size
+    PutLE(h + 20, 1, 2);                              // PCM
+    PutLE(h + 22, f.channels, 2);
+    PutLE(h + 24, f.rate, 4);
+    PutLE(h + 28, f.rate * f.FrameBytes(), 4);        // bytes per second
+    PutLE(h + 32, f.FrameBytes(), 2);                 // block align
+    PutLE(h + 34, f.bytesPerSample * 8, 2);           // bits per sample
+    PutLE(h + 40, data, 4);
+    std::fseek(sink->file, 0, SEEK_SET);
+    std::fwrite(h, 1, sizeof h, sink->file);
+    std::fseek(sink->file, 0, SEEK_END);
+    std::fflush(sink->file);
+}
+
+int64_t FramesToNs(const NuvAudioSink* sink, uint64_t frames) {
+    return int64_t(frames * 1000000000ull / sink->format.rate);
+}
+
+int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
+    auto* sink = new (std::nothrow) NuvAudioSink;
+    if (sink == nullptr)
+        return AUDIO_IO_ERROR_OUT_OF_MEMORY;
+    sink->format = format;
+    sink->file = std::fopen(target, "wb");
+    if (sink->file == nullptr) {
+        delete sink;
+        return AUDIO_IO_ERROR_DEVICE_NOT_OPENED;
+    }
+    WriteHeader(sink);
+    *out = sink;
+    return AUDIO_IO_ERROR_NONE;
+}
+
+int Prepare(NuvAudioSink* sink) {
+    sink->running = false;
+    return AUDIO_IO_ERROR_NONE;
+}
+
+long Write(NuvAudioSink* sink, const void* data, unsigned long frames) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    const unsigned int frameBytes = sink->format.FrameBytes();
+    unsigned long left = frames;
+    while (left > 0) {
+        const unsigned long chunk = left < kNuvAudioPeriodFrames ? left : kNuvAudioPeriodFrames;
+        const int64_t now = NuvAudio_NowNs();
+        if (sink->running && now >= sink->startNs + FramesToNs(sink, sink->runFrames)) {
+            NuvAudioStats_CountUnderrun();
+            sink->running = false;
+        }
+        if (!sink->running) {
+            sink->running = true;
+            sink->startNs = now;
+            sink->runFrames = 0;
+        }
+        // Room for the chunk once the device has played all but a buffer's worth.
+        if (sink->runFrames + chunk > kBufferFrames)
+            NuvAudio_SleepUntilNs(sink->startNs +
+                                  FramesToNs(sink, sink->runFrames + chunk - kBufferFrames));
+        if (std::fwrite(bytes, frameBytes, chunk, sink->file) != chunk)
+            return AUDIO_IO_ERROR_INVALID_OPERATION;
+        sink->runFrames += chunk;
+        sink->dataBytes += uint64_t(chunk) * frameBytes;
+        bytes += chunk * frameBytes;
+        left -= chunk;
+    }
+    return long(frames);
+}
+
+int Unprepare(NuvAudioSink* sink) {
+    sink->running = false;
+    WriteHeader(sink);
+    return AUDIO_IO_ERROR_NONE;
+}
+
+void Close(NuvAudioSink* sink) {
+    WriteHeader(sink);
+    std::fclose(sink->file);
+    delete sink;
+}
+
+unsigned long BufferFrames(const NuvAudioSink*) { return kBufferFrames; }
+
+} // namespace
+
+const NuvAudioSinkDriver g_nuvWavSinkDriver = {"wav",     Open,  Prepare,     Write,
+                                               Unprepare, Close, BufferFrames};

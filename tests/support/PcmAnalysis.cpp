@@ -1,0 +1,131 @@
+#include "PcmAnalysis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+uint32_t LE(const unsigned char* at, int bytes) {
+    uint32_t value = 0;
+    for (int i = bytes - 1; i >= 0; --i)
+        value = (value << 8) | at[i];
+    return value;
+}
+
+bool Fail(std::string* problem, const char* text) {
+    if (problem != nullptr)
+        *problem = text;
+    return false;
+}
+
+} // namespace
+
+Pcm Pcm::Slice(size_t firstFrame, size_t frameCount) const {
+    Pcm out;
+    out.rate = rate;
+    out.channels = channels;
+    const size_t first = std::min(firstFrame, Frames());
+    const size_t count = std::min(frameCount, Frames() - first);
+    out.samples.assign(samples.begin() + long(first * channels),
+                       samples.begin() + long((first + count) * channels));
+    return out;
+}
+
+bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)),
+                                           std::istreambuf_iterator<char>());
+    if (bytes.size() < 44)
+        return Fail(problem, "shorter than a WAV header");
+    const unsigned char* h = bytes.data();
+    if (std::memcmp(h, "RIFF", 4) != 0 || std::memcmp(h + 8, "WAVE", 4) != 0 ||
+        std::memcmp(h + 12, "fmt ", 4) != 0 || std::memcmp(h + 36, "data", 4) != 0)
+        return Fail(problem, "not a canonical RIFF/WAVE file");
+    if (LE(h + 20, 2) != 1 || LE(h + 34, 2) != 16)
+        return Fail(problem, "not 16-bit PCM");
+    const uint32_t data = LE(h + 40, 4);
+    if (LE(h + 4, 4) != 36 + data || bytes.size() != 44 + size_t(data))
+        return Fail(problem, "RIFF or data size does not match the file");
+    out.channels = int(LE(h + 22, 2));
+    out.rate = int(LE(h + 24, 4));
+    if (LE(h + 32, 2) != uint32_t(out.channels * 2) || LE(h + 28, 4) != uint32_t(out.rate * out.channels * 2))
+        return Fail(problem, "inconsistent block align or byte rate");
+    out.samples.resize(data / 2);
+    for (size_t i = 0; i < out.samples.size(); ++i)
+        out.samples[i] = int16_t(LE(h + 44 + 2 * i, 2));
+    return true;
+}
+
+double Rms(const Pcm& pcm) {
+    if (pcm.samples.empty())
+        return 0;
+    double sum = 0;
+    for (int16_t s : pcm.samples)
+        sum += double(s) * s;
+    return std::sqrt(sum / double(pcm.samples.size())) / 32768.0;
+}
+
+std::vector<double> RmsWindows(const Pcm& pcm, int windowMs) {
+    std::vector<double> levels;
+    const size_t window = size_t(pcm.rate) * size_t(windowMs) / 1000;
+    for (size_t first = 0; window > 0 && first + window <= pcm.Frames(); first += window)
+        levels.push_back(Rms(pcm.Slice(first, window)));
+    return levels;
+}
+
+double Fundamental(const Pcm& pcm, double minHz, double maxHz) {
+    const size_t frames = pcm.Frames();
+    std::vector<double> mono(frames);
+    for (size_t i = 0; i < frames; ++i) {
+        double sum = 0;
+        for (int c = 0; c < pcm.channels; ++c)
+            sum += pcm.samples[i * pcm.channels + c];
+        mono[i] = sum / pcm.channels;
+    }
+    const size_t minLag = size_t(pcm.rate / maxHz);
+    const size_t maxLag = size_t(pcm.rate / minHz);
+    if (frames < 2 * maxLag)
+        return 0;
+    const size_t span = frames - maxLag;
+    double energy = 0;
+    for (size_t i = 0; i < span; ++i)
+        energy += mono[i] * mono[i];
+    if (energy <= 0)
+        return 0;
+    std::vector<double> r(maxLag + 1, 0);
+    double best = 0;
+    for (size_t lag = minLag; lag <= maxLag; ++lag) {
+        double sum = 0;
+        for (size_t i = 0; i < span; ++i)
+            sum += mono[i] * mono[i + lag];
+        r[lag] = sum / energy;
+        best = std::max(best, r[lag]);
+    }
+    if (best < 0.3)
+        return 0;
+    // The first peak close to the best one is the period; later ones are its multiples.
+    for (size_t lag = minLag + 1; lag < maxLag; ++lag)
+        if (r[lag] >= 0.9 * best && r[lag] >= r[lag - 1] && r[lag] >= r[lag + 1]) {
+            // Parabolic interpolation between the neighbouring lags.
+            const double a = r[lag - 1], b = r[lag], c = r[lag + 1];
+            const double denom = a - 2 * b + c;
+            const double offset = denom != 0 ? 0.5 * (a - c) / denom : 0;
+            return pcm.rate / (double(lag) + offset);
+        }
+    return 0;
+}
+
+double SoundingSeconds(const Pcm& pcm, double threshold, int windowMs) {
+    const std::vector<double> levels = RmsWindows(pcm, windowMs);
+    long first = -1, last = -1;
+    for (size_t i = 0; i < levels.size(); ++i)
+        if (levels[i] > threshold) {
+            if (first < 0)
+                first = long(i);
+            last = long(i);
+        }
+    return first < 0 ? 0 : double(last - first + 1) * windowMs / 1000.0;
+}

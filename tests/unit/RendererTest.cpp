@@ -1,0 +1,206 @@
+// The renderer: which blocks reach the output, its start and stop, and an output that
+// cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "LogCapture.h"
+#include "NuvMIDIPcmBlock.h"
+#include "NuvMIDIRenderer.h"
+#include "PcmAnalysis.h"
+#include "WaitFor.h"
+#include "nuv_audio_out.h"
+
+namespace {
+
+const char* const kFont = "/usr/share/sounds/sf2/TimGM6mb.sf2";
+
+// ---- The silence test, on blocks made by hand ----
+
+struct Block {
+    unsigned char bytes[kNuvMIDIBlockBytes] = {};
+    void SetSample(int frame, int channel, int16_t value) {
+        const int at = frame * 4 + channel * 2;
+        bytes[at] = uint8_t(value & 0xFF);
+        bytes[at + 1] = uint8_t((uint16_t(value) >> 8) & 0xFF);
+    }
+};
+
+TEST(RendererSilenceTest, OnlyTheFirstAndLastFramesAreLookedAt) {
+    Block block;
+    EXPECT_TRUE(NuvMIDIBlockIsSilent(block.bytes));
+    for (int frame = 1; frame < kNuvMIDIBlockFrames - 1; ++frame)
+        block.SetSample(frame, 0, 12000);
+    EXPECT_TRUE(NuvMIDIBlockIsSilent(block.bytes));
+}
+
+TEST(RendererSilenceTest, BytesOfZeroAndOneCountAsSilent) {
+    Block block;
+    block.SetSample(0, 0, 1);
+    block.SetSample(0, 1, 0x0101);
+    block.SetSample(63, 1, 0x0100);
+    EXPECT_TRUE(NuvMIDIBlockIsSilent(block.bytes));
+}
+
+TEST(RendererSilenceTest, AnyOtherByteInTheEndFramesIsSound) {
+    for (int frame : {0, 63})
+        for (int channel : {0, 1}) {
+            Block minusOne;
+            minusOne.SetSample(frame, channel, -1); // bytes 0xFF 0xFF
+            EXPECT_FALSE(NuvMIDIBlockIsSilent(minusOne.bytes)) << frame << "/" << channel;
+            Block two;
+            two.SetSample(frame, channel, 2);
+            EXPECT_FALSE(NuvMIDIBlockIsSilent(two.bytes)) << frame << "/" << channel;
+        }
+}
+
+// ---- The renderer thread ----
+
+class Renderer : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_settings = new_fluid_settings();
+        fluid_settings_setnum(m_settings, "synth.sample-rate", 48000);
+        m_synth = new_fluid_synth(m_settings);
+        m_wav = ::testing::TempDir() + "nuv_renderer_" + std::to_string(getpid()) + ".wav";
+        nuv_audio_out_set_wav_file(m_wav.c_str());
+        sound_manager_get_volume(SOUND_TYPE_SYSTEM, &m_savedVolume);
+    }
+    void TearDown() override {
+        if (m_created) {
+            m_renderer.StopRenderer();
+            m_renderer.Destroy();
+        }
+        nuv_audio_out_set_wav_file(nullptr);
+        nuv_audio_out_set_device(nullptr);
+        sound_manager_set_volume(SOUND_TYPE_SYSTEM, m_savedVolume);
+        delete_fluid_synth(m_synth);
+        delete_fluid_settings(m_settings);
+        unlink(m_wav.c_str());
+    }
+
+    void CreateRenderer() {
+        ASSERT_EQ(0, m_renderer.Create(m_synth, 5, 7, "abc"));
+        m_created = true;
+    }
+    bool LoadFont() { return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth, kFont, 1) >= 0; }
+    static unsigned long FramesWritten() {
+        nuv_audio_out_stats_s stats{};
+        nuv_audio_out_get_stats(&stats);
+        return stats.frames_written;
+    }
+
+    fluid_settings_t* m_settings = nullptr;
+    fluid_synth_t* m_synth = nullptr;
+    NuvMIDIRenderer m_renderer;
+    bool m_created = false;
+    std::string m_wav;
+    int m_savedVolume = 15;
+};
+
+TEST_F(Renderer, CreateSetsTheSystemVolumeOneStepBelowItsMaximum) {
+    sound_manager_set_volume(SOUND_TYPE_SYSTEM, 3);
+    LogCapture log;
+    CreateRenderer();
+    int level = 0;
+    sound_manager_get_volume(SOUND_TYPE_SYSTEM, &level);
+    EXPECT_EQ(14, level);
+    EXPECT_TRUE(log.Has("INFO: NuvMIDIRenderer::Create().\n\n", NUV_LOG_INFO));
+    EXPECT_TRUE(log.Has("INFO: NuvMIDIRenderer::Create(). sound_manager_set_volume=14 \n", NUV_LOG_INFO));
+}
+
+TEST_F(Renderer, ANoteIsWrittenToTheOutputAtItsPitch) {
+    if (!LoadFont())
+        GTEST_SKIP() << "no sound font at " << kFont;
+    CreateRenderer();
+    ASSERT_EQ(0, m_renderer.StartRenderer());
+    const unsigned long before = FramesWritten();
+    fluid_synth_noteon(m_synth, 0, 69, 110); // A4, 440 Hz
+    ASSERT_TRUE(WaitFor([&] { return FramesWritten() >= before + 48000 / 2; }));
+    fluid_synth_noteoff(m_synth, 0, 69);
+    m_renderer.StopRenderer();
+
+    Pcm pcm;
+    ASSERT_TRUE(ReadWav(m_wav, pcm));
+    ASSERT_GE(pcm.Frames(), size_t(48000 / 2));
+    const Pcm tone = pcm.Slice(pcm.Frames() - 48000 / 4, 48000 / 4);
+    EXPECT_GT(Rms(tone), 0.002); // dither alone stays below 0.0001
+    EXPECT_NEAR(440.0, Fundamental(tone), 440.0 * 0.03);
+}
+
+TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndCostsLittleTime) {
+    CreateRenderer();
+    rusage before{}, after{};
+    getrusage(RUSAGE_SELF, &before);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(0, m_renderer.StartRenderer());
+    // What an idle synthesizer gives is dither of at most one step; nothing else may pass.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    m_renderer.StopRenderer();
+    getrusage(RUSAGE_SELF, &after);
+    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
+    const double cpu = seconds(after.ru_utime) + seconds(after.ru_stime) -
+                       seconds(before.ru_utime) - seconds(before.ru_stime);
+    EXPECT_LT(cpu, 0.5 * wall) << "the render loop must wait between dropped blocks";
+
+    Pcm pcm;
+    ASSERT_TRUE(ReadWav(m_wav, pcm));
+    for (int16_t s : pcm.samples)
+        ASSERT_LE(std::abs(int(s)), 1);
+}
+
+TEST_F(Renderer, StartingTwiceAndStoppingTwiceChangeNothing) {
+    CreateRenderer();
+    LogCapture log;
+    EXPECT_EQ(0, m_renderer.StartRenderer());
+    EXPECT_EQ(0, m_renderer.StartRenderer());
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StartRenderer] Renderer already running.\n\n", NUV_LOG_INFO));
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer]NuvThread:: Create \n\n"));
+    EXPECT_EQ(0, m_renderer.StopRenderer());
+    EXPECT_EQ(0, m_renderer.StopRenderer());
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] Renderer is not running \n\n", NUV_LOG_INFO));
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] After Close m_pcm_handle! \n\n"));
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::t_Main] END .\n\n"));
+}
+
+TEST_F(Renderer, StartsAgainAfterAStopWithANewThreadAndOutput) {
+    if (!LoadFont())
+        GTEST_SKIP() << "no sound font at " << kFont;
+    CreateRenderer();
+    ASSERT_EQ(0, m_renderer.StartRenderer());
+    ASSERT_EQ(0, m_renderer.StopRenderer());
+    LogCapture log;
+    ASSERT_EQ(0, m_renderer.StartRenderer());
+    EXPECT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
+    const unsigned long before = FramesWritten();
+    fluid_synth_noteon(m_synth, 0, 60, 100);
+    EXPECT_TRUE(WaitFor([&] { return FramesWritten() > before + 4800; }));
+    fluid_synth_noteoff(m_synth, 0, 60);
+}
+
+TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting) {
+    if (!LoadFont())
+        GTEST_SKIP() << "no sound font at " << kFont;
+    nuv_audio_out_set_wav_file(nullptr);
+    nuv_audio_out_set_device("nuv_no_such_pcm");
+    CreateRenderer();
+    LogCapture log;
+    EXPECT_EQ(0, m_renderer.StartRenderer());
+    EXPECT_TRUE(log.Has("[NuvMIDIRenderer]m_pcm_handle=(nil), m_pcm_buf_size=0\n", NUV_LOG_INFO));
+    ASSERT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
+    const unsigned long before = FramesWritten();
+    fluid_synth_noteon(m_synth, 0, 60, 100);
+    EXPECT_TRUE(WaitFor([&] { return log.Has("Synth Internal buffer size = 64.\n"); }));
+    EXPECT_EQ(0, m_renderer.StopRenderer());
+    fluid_synth_noteoff(m_synth, 0, 60);
+    EXPECT_EQ(before, FramesWritten());
+    EXPECT_EQ(0, log.Count("[NuvMIDIRenderer::StopRenderer] After Close m_pcm_handle! \n\n"));
+}
+
+} // namespace

@@ -1,0 +1,165 @@
+// MIDI files played through StartStream(file, device): the play status, stopping, one
+// file at a time, refused paths, and what is heard.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "LogCapture.h"
+#include "LoopbackCapture.h"
+#include "ManagerVmFixture.h"
+#include "MidiFileWriter.h"
+
+namespace {
+
+constexpr double kHeard = 0.003;
+
+class FilePlay : public ManagerVmTest {
+protected:
+    void SetUp() override {
+        ManagerVmTest::SetUp();
+        m_dir = ::testing::TempDir() + "nuv_fileplay_" + std::to_string(getpid());
+        mkdir(m_dir.c_str(), 0755);
+        m_device = CreateKeyboard(0);
+        ASSERT_NE(nullptr, m_device);
+        m_dst = End(m_device, MIDI_DEVICE_TYPE_DESTINATION);
+    }
+    void TearDown() override {
+        ManagerVmTest::TearDown();
+        std::system(("rm -rf '" + m_dir + "'").c_str());
+    }
+
+    // A file of steady organ chords that sounds for `seconds`.
+    std::string WriteSong(const std::string& name, double seconds, int format = 1) {
+        MidiFileWriter song(format);
+        song.AddProgramChange(0, 19, 0);
+        for (double t = 0; t + 0.25 <= seconds; t += 0.25) {
+            song.AddNote(0, 60, 100, t, 0.25);
+            song.AddNote(0, 64, 100, t, 0.25);
+        }
+        song.SetLength(seconds);
+        const std::string path = m_dir + "/" + name;
+        EXPECT_TRUE(song.Write(path));
+        return path;
+    }
+    int Start(const std::string& path) {
+        _MIDIDeviceInfo src = FileEnd(path);
+        return m_manager->StartStream(&src, &m_dst);
+    }
+    int Stop() {
+        _MIDIDeviceInfo src = FileEnd("");
+        return m_manager->StopStream(&src, &m_dst);
+    }
+    bool WaitIdle(std::chrono::milliseconds timeout) {
+        return WaitFor([&] { return m_manager->GetFilePlayStatus() == 1; }, timeout);
+    }
+
+    std::string m_dir;
+    INuvMIDIDevice* m_device = nullptr;
+    _MIDIDeviceInfo m_dst{};
+};
+
+TEST_F(FilePlay, AFileIsHeardForItsLengthAndTheStatusFollowsIt) {
+    LoopbackCapture capture;
+    std::string problem;
+    ASSERT_TRUE(capture.Start(&problem)) << problem;
+    const std::string song = WriteSong("song.mid", 2.0);
+    EXPECT_EQ(1, m_manager->GetFilePlayStatus());
+
+    ASSERT_EQ(1, Start(song));
+    EXPECT_EQ(2, m_manager->GetFilePlayStatus());
+    EXPECT_EQ(1, RendererUsers()) << "a started file is a user of the renderer";
+    EXPECT_TRUE(WaitFor([&] { return capture.RecentRms(50) > kHeard; }));
+    EXPECT_EQ(2, m_manager->GetFilePlayStatus());
+    ASSERT_TRUE(WaitIdle(std::chrono::seconds(6))) << "the file ends by itself";
+    EXPECT_TRUE(WaitFor([&] { return capture.RecentRms(200) < kHeard / 10; }));
+    capture.Stop();
+
+    const double sounding = SoundingSeconds(capture.Recorded(), kHeard, 10);
+    EXPECT_NEAR(2.0, sounding, 0.3) << "the organ's release adds a little";
+    EXPECT_EQ(1, RendererUsers()) << "the end of a file leaves its user";
+}
+
+TEST_F(FilePlay, StopWhilePlayingAnswersZeroAndTheStatusIsIdleAtOnce) {
+    ASSERT_EQ(1, Start(WriteSong("long.mid", 30.0)));
+    LogCapture log;
+    EXPECT_EQ(0, Stop());
+    EXPECT_EQ(1, m_manager->GetFilePlayStatus());
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] File play stop called \n\n", NUV_LOG_TRACE));
+    EXPECT_EQ(1, Stop()) << "nothing is playing any more";
+    // A new file plays after a stop, on a new player.
+    ASSERT_EQ(1, Start(WriteSong("next.mid", 0.5)));
+    EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
+    EXPECT_EQ(2, RendererUsers()) << "each started file added a user";
+}
+
+TEST_F(FilePlay, ASecondFileWhileOnePlaysAnswersOneAndIsNotQueued) {
+    LogCapture log;
+    ASSERT_EQ(1, Start(WriteSong("first.mid", 1.0)));
+    EXPECT_EQ(1, Start(WriteSong("second.mid", 1.0)));
+    EXPECT_EQ(1, RendererUsers());
+    ASSERT_TRUE(WaitIdle(std::chrono::seconds(5)));
+    EXPECT_EQ(1, log.CountContaining("[PlayFile] Enter"));
+    EXPECT_TRUE(log.Has("\n[PlayFile] Enter " + m_dir + "/first.mid\n", NUV_LOG_TRACE));
+    EXPECT_EQ(1, m_manager->GetFilePlayStatus()) << "the second file was not queued";
+}
+
+TEST_F(FilePlay, PathsThatAreNotMidiFilesAreRefused) {
+    const std::string text = m_dir + "/notes.txt";
+    std::ofstream(text) << "MThd is not enough\n";
+    for (const std::string& path : {m_dir + "/missing.mid", text, std::string()}) {
+        LogCapture log;
+        EXPECT_EQ(0, Start(path)) << path;
+        EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] [" + path + "] is not valid midi file\n",
+                            NUV_LOG_TRACE));
+        EXPECT_EQ(1, m_manager->GetFilePlayStatus());
+    }
+    EXPECT_EQ(0, RendererUsers());
+}
+
+TEST_F(FilePlay, ANameOfMoreThan255CharactersIsCutTo255) {
+    // A MIDI file whose path is exactly 255 characters long.
+    std::string path = m_dir + "/";
+    while (path.size() < 255) {
+        const size_t room = 255 - path.size();
+        if (room > 101) {
+            path += std::string(100, 'd');
+            mkdir(path.c_str(), 0755);
+            path += "/";
+        } else {
+            path += std::string(room - 4, 'f') + ".mid";
+        }
+    }
+    ASSERT_EQ(255u, path.size());
+    WriteSong(path.substr(m_dir.size() + 1), 0.3);
+
+    _MIDIDeviceInfo src = FileEnd("");
+    memcpy(src.name, path.data(), 255);
+    src.name[255] = 'x'; // no terminator: the record's whole name field is used
+    LogCapture log;
+    EXPECT_EQ(1, m_manager->StartStream(&src, &m_dst));
+    EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
+    EXPECT_TRUE(log.Has("\n[PlayFile] Enter " + path + "\n", NUV_LOG_TRACE));
+}
+
+TEST_F(FilePlay, StartAndStopNeedAKnownDestination) {
+    const std::string song = WriteSong("song.mid", 1.0);
+    _MIDIDeviceInfo src = FileEnd(song), unknown = m_dst;
+    unknown.id = 4242;
+    LogCapture log;
+    EXPECT_EQ(0, m_manager->StartStream(&src, &unknown));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    ASSERT_EQ(1, m_manager->StartStream(&src, &m_dst));
+    EXPECT_EQ(9999, m_manager->StopStream(&src, &unknown));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_EQ(2, m_manager->GetFilePlayStatus()) << "the file goes on";
+}
+
+TEST_F(FilePlay, DestroyingTheLibraryWhileAFilePlaysEndsItsThreadFirst) {
+    LogCapture log;
+    ASSERT_EQ(1, Start(WriteSong("long.mid", 30.0, 0)));
+    ASSERT_TRUE(WaitFor([&] { return log.CountContaining("[PlayFile] Enter") == 1; }));
+    NuvMIDIEntry::DeleteInstance(); // must not leave the thread on a freed player
+}
+
+} // namespace

@@ -1,0 +1,111 @@
+// The shared renderer: who adds and removes its users, and what destroying the library
+// does to it.
+#include <cstdlib>
+
+#include "LogCapture.h"
+#include "ManagerVmFixture.h"
+#include "nuv_audio_out.h"
+
+namespace {
+
+class ManagerRenderer : public ManagerVmTest {};
+
+TEST_F(ManagerRenderer, AFreshManagerHasNoRendererAndNoFilePlaying) {
+    EXPECT_EQ(0, RendererUsers());
+    EXPECT_FALSE(HasRenderer());
+    EXPECT_EQ(1, m_manager->GetFilePlayStatus());
+    EXPECT_EQ(nullptr, m_manager->GetDevice(4242));
+    EXPECT_EQ(nullptr, m_manager->CreateDevice("No Such Device"));
+    EXPECT_EQ(0, RendererUsers());
+}
+
+TEST_F(ManagerRenderer, TakingDevicesAddsOneUserOnlyWhenThereIsNone) {
+    INuvMIDIDevice* a = CreateKeyboard(0);
+    INuvMIDIDevice* b = CreateKeyboard(1);
+    ASSERT_NE(nullptr, a);
+    ASSERT_NE(nullptr, b);
+    EXPECT_EQ(0, RendererUsers()) << "creating a device does not start the renderer";
+
+    LogCapture log;
+    EXPECT_EQ(a, m_manager->GetDevice(a->GetID()));
+    EXPECT_TRUE(log.Has("ID = [" + std::to_string(a->GetID()) + "].", NUV_LOG_INFO));
+    EXPECT_EQ(1, RendererUsers());
+    EXPECT_TRUE(HasRenderer());
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer]NuvThread:: Create \n\n"));
+
+    EXPECT_EQ(a, m_manager->GetDevice(a->GetID()));
+    EXPECT_EQ(b, m_manager->GetDevice(b->GetID()));
+    EXPECT_EQ(1, RendererUsers());
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer]NuvThread:: Create \n\n"));
+
+    EXPECT_EQ(0, m_manager->DestroyDevice(a->GetID()));
+    EXPECT_EQ(1, RendererUsers());
+}
+
+TEST_F(ManagerRenderer, SetAppInfoAnswersOne) {
+    EXPECT_EQ(1, m_manager->SetAppInfo(5, 7, std::string("abc\0def", 7)));
+    INuvMIDIDevice* a = TakeKeyboard(0);
+    ASSERT_NE(nullptr, a);
+    EXPECT_EQ(1, RendererUsers());
+}
+
+TEST_F(ManagerRenderer, StreamsAddAndRemoveUsersAndTheLastStopEndsTheRenderer) {
+    INuvMIDIDevice* a = CreateKeyboard(0);
+    INuvMIDIDevice* b = CreateKeyboard(1);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
+    EXPECT_EQ(1, RendererUsers()) << "a stream is the first user";
+    EXPECT_EQ(a, m_manager->GetDevice(a->GetID()));
+    EXPECT_EQ(1, RendererUsers()) << "a device taken while the renderer runs adds nothing";
+
+    LogCapture log;
+    EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
+    EXPECT_EQ(0, RendererUsers());
+    EXPECT_FALSE(HasRenderer());
+    EXPECT_TRUE(log.Has("[NuvMIDIRenderer::StopRenderer] END! \n\n"));
+    EXPECT_TRUE(log.Has("INFO: NuvMIDIRenderer::Destroy().\n\n"));
+}
+
+TEST_F(ManagerRenderer, AStopWithoutAStartNeverTakesTheCountBelowZero) {
+    INuvMIDIDevice* a = CreateKeyboard(0);
+    INuvMIDIDevice* b = CreateKeyboard(1);
+    _NuvDevInfo ia{}, ib{};
+    a->GetDevInfo(ia);
+    b->GetDevInfo(ib);
+    // Someone else connected the pair; the manager's stop removes it all the same.
+    const std::string connect = "aconnect " + std::string(ia.UID) + ":0 " + ib.UID + ":0";
+    ASSERT_EQ(0, std::system(connect.c_str()));
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
+    EXPECT_EQ(0, RendererUsers());
+    EXPECT_EQ(a, m_manager->GetDevice(a->GetID()));
+    EXPECT_EQ(1, RendererUsers()) << "a later first user still starts the renderer";
+    EXPECT_TRUE(HasRenderer());
+}
+
+TEST_F(ManagerRenderer, DestroyingTheLibraryStopsARendererWithSeveralUsers) {
+    INuvMIDIDevice* a = TakeKeyboard(0);
+    INuvMIDIDevice* b = TakeKeyboard(1);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
+    _MIDIDeviceInfo back = End(b, MIDI_DEVICE_TYPE_SOURCE), to = End(a, MIDI_DEVICE_TYPE_DESTINATION);
+    ASSERT_EQ(1, m_manager->StartStream(&back, &to));
+    EXPECT_EQ(3, RendererUsers());
+    LogCapture log;
+    NuvMIDIEntry::DeleteInstance();
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] END! \n\n"));
+    EXPECT_EQ(1, log.Count("INFO: NuvMIDIRenderer::Destroy().\n\n"));
+}
+
+TEST_F(ManagerRenderer, AnOutputThatCannotBeOpenedStillRunsTheRenderer) {
+    nuv_audio_out_set_device("nuv_no_such_pcm");
+    LogCapture log;
+    INuvMIDIDevice* a = TakeKeyboard(0);
+    nuv_audio_out_set_device(nullptr);
+    ASSERT_NE(nullptr, a);
+    EXPECT_TRUE(log.Has("[NuvMIDIRenderer]m_pcm_handle=(nil), m_pcm_buf_size=0\n", NUV_LOG_INFO));
+    EXPECT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
+    EXPECT_EQ(1, RendererUsers());
+}
+
+} // namespace

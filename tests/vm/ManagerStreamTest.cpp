@@ -1,0 +1,177 @@
+// Device-to-device streams on the VM's virtual keyboards, and the answers to every kind of
+// stream end that is refused.
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <sstream>
+
+#include "LogCapture.h"
+#include "ManagerVmFixture.h"
+
+namespace {
+
+std::string Run(const char* command) {
+    std::string out;
+    FILE* pipe = popen(command, "r");
+    if (pipe == nullptr)
+        return out;
+    std::array<char, 512> chunk;
+    while (fgets(chunk.data(), int(chunk.size()), pipe) != nullptr)
+        out += chunk.data();
+    pclose(pipe);
+    return out;
+}
+
+int ClientOf(INuvMIDIDevice* device) {
+    _NuvDevInfo info{};
+    device->GetDevInfo(info);
+    return std::atoi(info.UID);
+}
+
+// Whether `aconnect -l` lists port 0 of `from` as connected to port 0 of `to`.
+bool AconnectShows(int from, int to) {
+    std::istringstream listing(Run("aconnect -l"));
+    std::string line;
+    bool inFrom = false;
+    const std::string target = std::to_string(to) + ":0";
+    while (std::getline(listing, line)) {
+        if (line.rfind("client ", 0) == 0)
+            inFrom = line.rfind("client " + std::to_string(from) + ":", 0) == 0;
+        else if (inFrom && line.find("Connecting To:") != std::string::npos) {
+            std::istringstream targets(line.substr(line.find(':') + 1));
+            std::string item;
+            while (std::getline(targets, item, ','))
+                if (item.find(target) != std::string::npos &&
+                    item.substr(item.find_first_not_of(' '), target.size()) == target)
+                    return true;
+        }
+    }
+    return false;
+}
+
+class ManagerStreams : public ManagerVmTest {};
+
+TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow) {
+    INuvMIDIDevice* a = TakeKeyboard(0);
+    INuvMIDIDevice* b = TakeKeyboard(1);
+    ASSERT_NE(nullptr, a);
+    ASSERT_NE(nullptr, b);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+
+    ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
+    EXPECT_TRUE(AconnectShows(ClientOf(a), ClientOf(b)));
+
+    const int out = open(KeyboardNode(0).c_str(), O_WRONLY);
+    const int in = open(KeyboardNode(1).c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(out, 0) << KeyboardNode(0);
+    ASSERT_GE(in, 0) << KeyboardNode(1);
+    const unsigned char noteOn[] = {0x90, 0x3C, 0x64};
+    ASSERT_EQ(3, write(out, noteOn, sizeof noteOn));
+    std::string received;
+    EXPECT_TRUE(WaitFor([&] {
+        unsigned char buffer[16];
+        const ssize_t n = read(in, buffer, sizeof buffer);
+        if (n > 0)
+            received.append(reinterpret_cast<char*>(buffer), size_t(n));
+        return received.size() >= 3;
+    }));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(noteOn), 3), received);
+    const unsigned char noteOff[] = {0x80, 0x3C, 0x00};
+    write(out, noteOff, sizeof noteOff);
+    close(out);
+    close(in);
+
+    EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
+    EXPECT_FALSE(AconnectShows(ClientOf(a), ClientOf(b)));
+}
+
+TEST_F(ManagerStreams, SecondStartOfTheSamePairIsBusyAndAddsNoRendererUser) {
+    INuvMIDIDevice* a = TakeKeyboard(0);
+    INuvMIDIDevice* b = TakeKeyboard(1);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
+    EXPECT_EQ(2, RendererUsers());
+    LogCapture log;
+    EXPECT_EQ(2, m_manager->StartStream(&src, &dst));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n\n", NUV_LOG_INFO));
+    EXPECT_EQ(2, RendererUsers());
+    EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
+    EXPECT_EQ(1, RendererUsers());
+}
+
+TEST_F(ManagerStreams, StoppingAPairNeverConnectedFailsAndKeepsTheRenderer) {
+    INuvMIDIDevice* a = TakeKeyboard(0);
+    INuvMIDIDevice* b = TakeKeyboard(1);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    LogCapture log;
+    EXPECT_EQ(9999, m_manager->StopStream(&src, &dst));
+    EXPECT_TRUE(log.Has("\n There was no connection\n \n", NUV_LOG_INFO));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n\n", NUV_LOG_INFO));
+    EXPECT_EQ(1, RendererUsers());
+}
+
+TEST_F(ManagerStreams, UnknownDevicesAreRefusedByStartAndStop) {
+    INuvMIDIDevice* a = CreateKeyboard(0);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst{};
+    dst.id = 4242;
+    dst.type = MIDI_DEVICE_TYPE_DESTINATION;
+    LogCapture log;
+    EXPECT_EQ(0, m_manager->StartStream(&src, &dst));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_EQ(9999, m_manager->StopStream(&src, &dst));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    std::swap(src.id, dst.id);
+    log.Clear();
+    EXPECT_EQ(0, m_manager->StartStream(&src, &dst));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_EQ(0, RendererUsers());
+}
+
+TEST_F(ManagerStreams, EveryRefusedPairOfEndTypesHasItsAnswerAndLine) {
+    INuvMIDIDevice* a = CreateKeyboard(0);
+    struct Case {
+        int src, dst;
+        int startResult, stopResult;
+        const char* startLine; // format with the offending type and the record's name
+        const char* stopLine;
+    } cases[] = {
+        {1, 1, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[1] name [src]\n",
+         "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[1] name [src]\n"},
+        {3, 1, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[3] name [src]\n",
+         "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[3] name [src]\n"},
+        {-1, 1, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[-1] name [src]\n",
+         "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[-1] name [src]\n"},
+        {0, 0, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[0] name [dst]\n",
+         "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[0] name [dst]\n"},
+        {2, 0, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[0] name [dst]\n",
+         "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[0] name [dst]\n"},
+        {0, 3, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[3] name [dst]\n",
+         "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[3] name [dst]\n"},
+        {0, 2, 0, 9900, "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n\n", nullptr},
+        {2, 2, 0, 9900, "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n\n", nullptr},
+    };
+    for (const Case& c : cases) {
+        _MIDIDeviceInfo src{}, dst{};
+        std::snprintf(src.name, sizeof src.name, "src");
+        std::snprintf(dst.name, sizeof dst.name, "dst");
+        src.id = dst.id = a->GetID();
+        src.type = c.src;
+        dst.type = c.dst;
+        LogCapture log;
+        EXPECT_EQ(c.startResult, m_manager->StartStream(&src, &dst)) << c.src << "|" << c.dst;
+        EXPECT_TRUE(log.Has(c.startLine, NUV_LOG_INFO)) << c.startLine;
+        log.Clear();
+        EXPECT_EQ(c.stopResult, m_manager->StopStream(&src, &dst)) << c.src << "|" << c.dst;
+        if (c.stopLine != nullptr)
+            EXPECT_TRUE(log.Has(c.stopLine, NUV_LOG_INFO)) << c.stopLine;
+        else
+            EXPECT_EQ(1, log.CountContaining("[NuvMIDIDeviceManager::")) << "only the entry line";
+    }
+    EXPECT_EQ(0, RendererUsers());
+    EXPECT_EQ(9900, m_manager->PauseStream(nullptr, nullptr));
+}
+
+} // namespace
