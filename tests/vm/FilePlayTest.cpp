@@ -32,7 +32,7 @@ protected:
     // A file of steady organ chords that sounds for `seconds`.
     std::string WriteSong(const std::string& name, double seconds, int format = 1) {
         MidiFileWriter song(format);
-        song.AddProgramChange(0, 19, 0);
+        song.AddProgramChange(0, 20, 0); // reed organ: steady while held
         for (double t = 0; t + 0.25 <= seconds; t += 0.25) {
             song.AddNote(0, 60, 100, t, 0.25);
             song.AddNote(0, 64, 100, t, 0.25);
@@ -106,7 +106,7 @@ TEST_F(FilePlay, ASecondFileWhileOnePlaysAnswersOneAndIsNotQueued) {
 
 TEST_F(FilePlay, PathsThatAreNotMidiFilesAreRefused) {
     const std::string text = m_dir + "/notes.txt";
-    std::ofstream(text) << "MThd is not enough\n";
+    std::ofstream(text) << "a text, not a MIDI file\n";
     for (const std::string& path : {m_dir + "/missing.mid", text, std::string()}) {
         LogCapture log;
         EXPECT_EQ(0, Start(path)) << path;
