@@ -68,6 +68,8 @@ TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow)
     const int in = open(KeyboardNode(1).c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_GE(out, 0) << KeyboardNode(0);
     ASSERT_GE(in, 0) << KeyboardNode(1);
+    unsigned char none[1];
+    EXPECT_EQ(-1, read(in, none, 1)) << "a virtual keyboard's input starts with its first read";
     const unsigned char noteOn[] = {0x90, 0x3C, 0x64};
     ASSERT_EQ(3, write(out, noteOn, sizeof noteOn));
     std::string received;
