@@ -70,17 +70,20 @@ struct Sample {
 };
 
 Sample Take() {
-    Sample s{std::chrono::duration<double>(Clock::now().time_since_epoch()).count(), CpuSeconds(),
-             ThreadCpu(), {}};
+    Sample s{std::chrono::duration<double>(Clock::now().time_since_epoch()).count(),
+             CpuSeconds(),
+             ThreadCpu(),
+             {}};
     nuv_audio_out_get_stats(&s.audio);
     return s;
 }
 
 void Report(const char* what, const Sample& a, const Sample& b) {
     const double wall = b.wall - a.wall;
-    std::printf("%s: %.2f s, process CPU %.1f%% of one core, underruns %lu, writes %lu, frames %lu\n",
-                what, wall, 100.0 * (b.cpu - a.cpu) / wall, b.audio.underruns - a.audio.underruns,
-                b.audio.writes - a.audio.writes, b.audio.frames_written - a.audio.frames_written);
+    std::printf(
+        "%s: %.2f s, process CPU %.1f%% of one core, underruns %lu, writes %lu, frames %lu\n", what,
+        wall, 100.0 * (b.cpu - a.cpu) / wall, b.audio.underruns - a.audio.underruns,
+        b.audio.writes - a.audio.writes, b.audio.frames_written - a.audio.frames_written);
     for (const auto& [name, seconds] : b.threads) {
         const auto before = a.threads.find(name);
         const double used = seconds - (before != a.threads.end() ? before->second : 0);
@@ -114,14 +117,16 @@ int RunLibrary(double seconds) {
     }
     INuvMIDIDeviceManager* manager = NuvMIDIEntry::GetDeviceManagerInstance();
     std::string keyboard;
-    WaitFor([&] {
-        _NuvDevInfo info{};
-        bool created = false;
-        for (int index = 0; manager->GetConnectedDeviceInfo(info, created, index) == 0; ++index)
-            if (std::strncmp(info.deviceName, "Virtual Raw MIDI", 16) == 0)
-                keyboard = info.deviceName;
-        return !keyboard.empty();
-    }, std::chrono::seconds(10));
+    WaitFor(
+        [&] {
+            _NuvDevInfo info{};
+            bool created = false;
+            for (int index = 0; manager->GetConnectedDeviceInfo(info, created, index) == 0; ++index)
+                if (std::strncmp(info.deviceName, "Virtual Raw MIDI", 16) == 0)
+                    keyboard = info.deviceName;
+            return !keyboard.empty();
+        },
+        std::chrono::seconds(10));
     INuvMIDIDevice* device = manager->CreateDevice(keyboard.c_str());
     if (device == nullptr || manager->GetDevice(device->GetID()) == nullptr) {
         std::fprintf(stderr, "no virtual keyboard to take\n");

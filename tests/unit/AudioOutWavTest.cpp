@@ -35,9 +35,9 @@ protected:
     }
 
     void OpenPrepared() {
-        ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_STEREO,
-                                                        AUDIO_SAMPLE_TYPE_S16_LE,
-                                                        SOUND_TYPE_MEDIA, &m_out));
+        ASSERT_EQ(AUDIO_IO_ERROR_NONE,
+                  audio_out_create(kRate, AUDIO_CHANNEL_STEREO, AUDIO_SAMPLE_TYPE_S16_LE,
+                                   SOUND_TYPE_MEDIA, &m_out));
         ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_prepare(m_out));
     }
 
@@ -169,8 +169,8 @@ TEST(AudioOut, WriteBeforePrepareIsAnInvalidState) {
     const std::string path = ::testing::TempDir() + "nuv_unprepared.wav";
     nuv_audio_out_set_wav_file(path.c_str());
     audio_out_h out = nullptr;
-    ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_MONO,
-                                                    AUDIO_SAMPLE_TYPE_U8, SOUND_TYPE_SYSTEM, &out));
+    ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_MONO, AUDIO_SAMPLE_TYPE_U8,
+                                                    SOUND_TYPE_SYSTEM, &out));
     unsigned char block[64] = {};
     EXPECT_EQ(AUDIO_IO_ERROR_INVALID_STATE, audio_out_write(out, block, sizeof block));
     audio_out_destroy(out);

@@ -22,9 +22,9 @@ protected:
     void SetUp() override {
         std::string problem;
         ASSERT_TRUE(m_capture.Start(&problem)) << problem;
-        ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_STEREO,
-                                                        AUDIO_SAMPLE_TYPE_S16_LE,
-                                                        SOUND_TYPE_MEDIA, &m_out));
+        ASSERT_EQ(AUDIO_IO_ERROR_NONE,
+                  audio_out_create(kRate, AUDIO_CHANNEL_STEREO, AUDIO_SAMPLE_TYPE_S16_LE,
+                                   SOUND_TYPE_MEDIA, &m_out));
         ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_prepare(m_out));
     }
     void TearDown() override {

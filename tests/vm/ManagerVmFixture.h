@@ -68,7 +68,8 @@ protected:
 
     static _MIDIDeviceInfo End(INuvMIDIDevice* device, int type) {
         _MIDIDeviceInfo info{};
-        std::snprintf(info.name, sizeof info.name, "device %d", device != nullptr ? device->GetID() : -1);
+        std::snprintf(info.name, sizeof info.name, "device %d",
+                      device != nullptr ? device->GetID() : -1);
         info.id = device != nullptr ? device->GetID() : -1;
         info.type = type;
         return info;
