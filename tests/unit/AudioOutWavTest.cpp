@@ -141,16 +141,6 @@ TEST_F(WavSink, APauseLongerThanTheBufferIsOneUnderrunAndContinuousWritingNone) 
     EXPECT_EQ(before + 1, nuv_audio_out_get_underrun_count());
 }
 
-TEST_F(WavSink, StatisticsCountWritesAndFrames) {
-    OpenPrepared();
-    nuv_audio_out_stats_s before{}, after{};
-    nuv_audio_out_get_stats(&before);
-    WriteBlocks(3, 5);
-    nuv_audio_out_get_stats(&after);
-    EXPECT_EQ(before.writes + 3, after.writes);
-    EXPECT_EQ(before.frames_written + 3 * kBlockFrames, after.frames_written);
-}
-
 TEST(AudioOut, RefusesWhatItCannotPlay) {
     audio_out_h out = nullptr;
     EXPECT_EQ(AUDIO_IO_ERROR_INVALID_PARAMETER,

@@ -35,13 +35,4 @@ TEST_F(VolumeCurve, LevelsOutsideTheRangeAreRefusedAndChangeNothing) {
     EXPECT_EQ(9, level);
 }
 
-TEST_F(VolumeCurve, SoundTypesKeepTheirOwnLevels) {
-    int media = 0;
-    sound_manager_get_volume(SOUND_TYPE_MEDIA, &media);
-    sound_manager_set_volume(SOUND_TYPE_SYSTEM, 3);
-    int after = 0;
-    sound_manager_get_volume(SOUND_TYPE_MEDIA, &after);
-    EXPECT_EQ(media, after);
-}
-
 } // namespace
