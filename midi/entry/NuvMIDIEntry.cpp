@@ -22,7 +22,9 @@ pthread_mutex_t g_libraryMutex = PTHREAD_MUTEX_INITIALIZER;
 const char* const kIn = "\n\n <--- IN --- \n\n";
 const char* const kOut = "\n\n --- OUT ---> \n\n";
 
-void LogEmptyLine() { print_dlog(NUV_LOG_INFO, "%s\n", ""); }
+void LogEmptyLine() {
+    print_dlog(NUV_LOG_INFO, "%s\n", "");
+}
 
 } // namespace
 

@@ -1,6 +1,10 @@
 // The library's watcher: the ALSA sequencer client "MIDI Watcher", discovery of the other
 // sequencer clients as device candidates, the per-pass reading of sequencer events, the
 // FluidSynth synthesizer and the fan-out of incoming MIDI to registered callbacks.
+//
+// Threads: Create and Destroy run on the entry's thread; t_ExtraEnumerate and everything
+// it calls run on the framework's watcher thread, which also calls every MIDI callback.
+// Destroy stops that thread before it releases the synthesizer and the sequencer.
 #ifndef NUV_MIDI_WATCHER_H
 #define NUV_MIDI_WATCHER_H
 
@@ -16,6 +20,9 @@
 
 class NuvMIDIWatcher : public NuvWatcher, public NuvMIDICallback {
 public:
+    // The sound font that the synthesizer loads at start when the file exists.
+    static constexpr const char* kDefaultSoundFont = "/usr/share/tallowin/DefaultSF.sf2";
+
     NuvMIDIWatcher();
     virtual ~NuvMIDIWatcher();
 
@@ -25,11 +32,22 @@ public:
     virtual void t_DeleteExtraInfo(_NuvDetailDevInfo* info);
     virtual int OnMIDIEvent(int client, int code, _MIDIMessage& msg);
 
-    // Fan-out of incoming MIDI (safe from any thread, and from inside a callback).
+    // Fan-out of incoming MIDI, safe from any thread and from inside a callback.
+    // Registration refuses null (and still answers 1). Once UnregisterMIDICallback has
+    // returned on another thread, that callback is not called again; from inside a
+    // callback it takes effect for the rest of the walk in progress.
+    // A callback runs with FanOutLock() held: it must not wait for a thread that may be
+    // registering or unregistering at that moment.
     int RegisterMIDICallback(NuvMIDICallback* callback);
     int UnregisterMIDICallback(NuvMIDICallback* callback);
+    // Held while the list changes and during a whole walk; recursive, so a callback may
+    // take it again. A connector may hold it to read or clear its own callback pointer
+    // without racing a walk.
+    std::recursive_mutex& FanOutLock() { return m_fanOutLock; }
 
 private:
+    friend class NuvMIDIWatcherTestAccess;
+
     int m_CreateSequencer();
     void m_DestroySequencer();
     int m_CreateSynthesizer();
@@ -39,6 +57,13 @@ private:
     void m_CheckDevices();
     void m_MIDIProcess();
 
+    // Event processing helpers. m_OnClientStart answers false when the rest of the
+    // waiting events are left for the next pass.
+    bool m_OnClientStart(const snd_seq_event_t* ev);
+    void m_OnClientExit(const snd_seq_event_t* ev);
+    void m_LinkSynthesizer(int client, int port);
+    void m_EndWalk();
+
     int m_flagSynthConnected;
     int m_synthClient;
     int m_synthPort;
@@ -46,7 +71,13 @@ private:
     fluid_synth_t* m_pSynthHandle;
     snd_seq_t* m_pSeqHandle;
     fluid_midi_driver_t* m_pMIDIDriver;
+    // Registration order. A null entry is a callback removed during a walk: the walk
+    // skips it and the outermost walk erases it when it ends.
     std::list<NuvMIDICallback*> m_callbackList;
+
+    std::recursive_mutex m_fanOutLock; // guards m_callbackList and the two fields below
+    int m_nWalkDepth;                  // nesting depth of the walk in progress
+    bool m_bRemovedDuringWalk;
 };
 
 #endif

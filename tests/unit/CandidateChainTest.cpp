@@ -47,7 +47,7 @@ TEST_F(CoreChain, ADeletedCandidateTakesItsConnectorAndDeviceAlong) {
 
     const std::string detached = "detached Keys " + std::to_string(id);
     EXPECT_EQ(events.Count(detached), 1);
-    EXPECT_EQ(events.Count("detached Pads -"), 1); // never created by the host
+    EXPECT_EQ(events.Count("detached Pads -"), 1);        // never created by the host
     EXPECT_EQ(events.Count("connector-destroyed 20"), 1); // extra info still there
     EXPECT_EQ(events.Count("extra-freed 20"), 1);
     // The host hears of it first, then the device goes, then its connector, then the record.

@@ -121,8 +121,8 @@ public:
         return NUV_OK;
     }
     void Destroy() override {
-        const bool extraAlive = m_pExtraInfo != nullptr &&
-                                *static_cast<std::string*>(m_pExtraInfo) == m_DevInfo.UID;
+        const bool extraAlive =
+            m_pExtraInfo != nullptr && *static_cast<std::string*>(m_pExtraInfo) == m_DevInfo.UID;
         m_log->Add(std::string("connector-destroyed ") + m_DevInfo.UID +
                    (extraAlive ? "" : " (extra info gone)"));
     }

@@ -2,6 +2,7 @@
 // the candidates under them (run under TSan as well).
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <random>
 #include <thread>
 #include <vector>
@@ -9,12 +10,13 @@
 #include "CoreChainFixture.h"
 
 TEST_F(CoreChain, HostThreadsAndComingAndGoingCandidatesDoNotRace) {
-    const char* const names[] = {"K0", "K1", "K2", "K3"};
-    std::mt19937 passRandom(7);
-    watcher.onPass = [&] {
+    static const char* const names[] = {"K0", "K1", "K2", "K3"};
+    // The passes go on while TearDown destroys the managers: they own what they use.
+    auto passRandom = std::make_shared<std::mt19937>(7);
+    watcher.onPass = [this, passRandom] {
         for (int i = 0; i < 4; ++i) {
             const std::string key = std::to_string(20 + i);
-            if (passRandom() % 2 == 0)
+            if ((*passRandom)() % 2 == 0)
                 watcher.AddCandidate(MakeCandidate(key.c_str(), names[i]));
             else
                 watcher.DeleteCandidate(key.c_str());

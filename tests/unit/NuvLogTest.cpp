@@ -40,7 +40,9 @@ TEST(NuvLog, LinesAboveTheThresholdAreDropped) {
 
 namespace {
 std::atomic<int> g_oldSinkCalls{0};
-void OldSink(int, const char*, void*) { ++g_oldSinkCalls; }
+void OldSink(int, const char*, void*) {
+    ++g_oldSinkCalls;
+}
 void QuietSink(int, const char*, void*) {}
 } // namespace
 

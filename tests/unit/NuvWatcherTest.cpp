@@ -61,7 +61,8 @@ TEST_F(Watcher, RunsOnePassPerPeriodOnItsNamedThread) {
     EXPECT_EQ(threadName, "NuvWatcher");
     std::vector<double> gaps;
     for (size_t i = 1; i < passes.size(); ++i)
-        gaps.push_back(std::chrono::duration<double, std::milli>(passes[i] - passes[i - 1]).count());
+        gaps.push_back(
+            std::chrono::duration<double, std::milli>(passes[i] - passes[i - 1]).count());
     std::sort(gaps.begin(), gaps.end());
     const double median = gaps[gaps.size() / 2];
     EXPECT_GE(median, 28.0);

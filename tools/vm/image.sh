@@ -175,20 +175,19 @@ image_cpio() {
 }
 
 # Prints a fingerprint of everything the base image is made of: the harness's own files, the
-# kernel and the installed files it copies. A new package version or harness edit changes it.
+# kernel, the programs it copies and the package database (which any install, upgrade or
+# removal of a library rewrites). A harness edit or a package change gives a new image.
 image_base_fingerprint() {
-  local version=$1 harness_dir=$2 tool path
+  local version=$1 harness_dir=$2 tool
   {
     echo "kernel $version"
     cat "$harness_dir/vm-run" "$harness_dir/image.sh" "$harness_dir"/guest/*
     stat -L -c '%n %s %Y' "/boot/vmlinuz-$version" "/lib/modules/$version/modules.dep" \
-      "$NUV_VM_SOUNDFONT" /usr/share/alsa/alsa.conf
+      "$NUV_VM_SOUNDFONT" /usr/share/alsa/alsa.conf /var/lib/dpkg/status
     for tool in busybox $NUV_VM_TOOLS; do
-      path=$(command -v "$tool")
-      stat -L -c '%n %s %Y' "$path"
-      image_elf_libs "$path" | xargs -r stat -L -c '%n %s %Y'
+      stat -L -c '%n %s %Y' "$(command -v "$tool")"
     done
-  } | sha256sum | cut -c1-16
+  } 2>&1 | sha256sum | cut -c1-16
 }
 
 # Builds the base archive into OUT and the list of host libraries it carries into
@@ -209,7 +208,9 @@ image_build_base() {
 
   # Busybox's applets, where no real program of the same name was copied in.
   busybox --list-full | while IFS= read -r applet; do
-    [[ -e $root/$applet || -L $root/$applet ]] || { mkdir -p "$root/${applet%/*}" && ln -s /bin/busybox "$root/$applet"; }
+    [[ $applet == */* && ! -e $root/$applet && ! -L $root/$applet ]] || continue
+    mkdir -p "$root/${applet%/*}"
+    ln -s /bin/busybox "$root/$applet"
   done
   [[ -e $root/bin/busybox ]] || image_stage_as "$root" "$(command -v busybox)" /bin/busybox
 
@@ -227,6 +228,12 @@ image_build_base() {
     esac >"$root/lib/modules/$version/$file"
     echo "$group $name $file"
   done <"$root/plan" >"$root/etc/nuv-vm/modules"
+  # modules.dep for just these, so that busybox modprobe (and the kernel's own module
+  # requests through it) works in the guest: a test may unload and reload a card.
+  awk 'FNR == NR { have[$3] = 1; next }
+    { line = $0; gsub(/\.ko\.(xz|zst|gz)/, ".ko", line); path = line; sub(/:.*/, "", path) }
+    path in have { print line }' "$root/plan" "/lib/modules/$version/modules.dep" \
+    >"$root/lib/modules/$version/modules.dep"
 
   cat >"$root/etc/nuv-vm/image.conf" <<EOF
 KERNEL_VERSION=$version

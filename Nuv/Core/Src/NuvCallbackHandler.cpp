@@ -34,7 +34,7 @@ int NuvCallbackHandler::UnregisterCallback(NuvCallback* callback) {
         return NUV_ERR_GENERAL;
     NuvMutexGuard guard(m_mutex);
     return m_mapCallback.erase(reinterpret_cast<unsigned long>(callback)) == 1 ? NUV_OK
-                                                                              : NUV_ERR_GENERAL;
+                                                                               : NUV_ERR_GENERAL;
 }
 
 void NuvCallbackHandler::ExecuteCallback(int event, void* arg1, void* arg2, void* arg3) {

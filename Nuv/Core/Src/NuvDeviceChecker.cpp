@@ -2,6 +2,8 @@
 #include "NuvDeviceChecker"
 #include "NuvResult"
 
-int NuvDeviceChecker::Create() { return NUV_OK; }
+int NuvDeviceChecker::Create() {
+    return NUV_OK;
+}
 
 void NuvDeviceChecker::Destroy() {}

@@ -39,7 +39,9 @@ struct Teardowns {
     std::multiset<const NuvConnector*> connectors;
 };
 
-Teardowns& TeardownsOf(void* reserved) { return *static_cast<Teardowns*>(reserved); }
+Teardowns& TeardownsOf(void* reserved) {
+    return *static_cast<Teardowns*>(reserved);
+}
 
 // Destroys a device whose teardown was announced with Begin.
 void DestroyDevice(Teardowns& teardowns, NuvDevice* device) {
@@ -54,7 +56,9 @@ void DestroyDevice(Teardowns& teardowns, NuvDevice* device) {
 NuvDeviceManager::NuvDeviceManager()
     : m_pConnectionManager(nullptr), m_pReserved(nullptr), m_nNextID(1) {}
 
-NuvDeviceManager::~NuvDeviceManager() { delete static_cast<Teardowns*>(m_pReserved); }
+NuvDeviceManager::~NuvDeviceManager() {
+    delete static_cast<Teardowns*>(m_pReserved);
+}
 
 int NuvDeviceManager::Create(NuvConnectionManager* connectionManager) {
     if (connectionManager == nullptr || m_mutex.FlagCreate())

@@ -81,7 +81,9 @@ void _ASSERT(const char* expression, const char* file, unsigned long line) {
                file != nullptr ? file : "", line);
 }
 
-int NuvLog_SetThreshold(int level) { return g_threshold.exchange(level); }
+int NuvLog_SetThreshold(int level) {
+    return g_threshold.exchange(level);
+}
 
 NuvLogSink NuvLog_SetSink(NuvLogSink sink, void* context) {
     pthread_mutex_lock(&g_sinkMutex);

@@ -60,7 +60,8 @@ bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStar
             if (errno == EINTR)
                 continue;
             // Only the wake descriptors can make poll itself fail; go on without them.
-            print_dlog(NUV_LOG_INFO, "\n[NuvWatcher::t_Main] poll failed (%s), wake descriptors dropped\n",
+            print_dlog(NUV_LOG_INFO,
+                       "\n[NuvWatcher::t_Main] poll failed (%s), wake descriptors dropped\n",
                        strerror(errno));
             loop.wakeCount = 0;
             continue;
@@ -122,20 +123,20 @@ int NuvWatcher::Create() {
 
 int NuvWatcher::Destroy() {
     Stop();
-    if (!m_mutex.FlagCreate())
-        return NUV_OK;
-
+    // Candidates added before Create (without a thread) are released as well.
     for (;;) {
-        m_mutex.Lock();
-        if (m_mapCandidate.empty()) {
-            m_mutex.Unlock();
-            break;
+        std::string key;
+        {
+            NuvCandidateGuard guard(m_mutex);
+            if (m_mapCandidate.empty())
+                break;
+            key = m_mapCandidate.begin()->first;
         }
-        const std::string key = m_mapCandidate.begin()->first;
-        m_mutex.Unlock();
         t_DeleteCandidate(key.c_str());
     }
     m_itCandidate = m_mapCandidate.end();
+    if (!m_mutex.FlagCreate())
+        return NUV_OK;
 
     NuvCallbackHandler::Destroy();
     m_mutex.Destroy();
@@ -145,7 +146,9 @@ int NuvWatcher::Destroy() {
     return NUV_OK;
 }
 
-void NuvWatcher::SetPeriod(unsigned long period) { m_pLoop->periodMs.store(period); }
+void NuvWatcher::SetPeriod(unsigned long period) {
+    m_pLoop->periodMs.store(period);
+}
 
 void NuvWatcher::t_SetWakeDescriptors(const struct pollfd* fds, int count) {
     if (fds == nullptr || count < 0)

@@ -7,6 +7,7 @@
 #include "NuvLog"
 #include "NuvResult"
 #include "NuvWatcher"
+#include "NuvWatcherLoop.h"
 
 namespace {
 
@@ -19,16 +20,10 @@ std::string KeyOf(const _NuvDetailDevInfo* info) {
 int NuvWatcher::t_AddCandidate(_NuvDetailDevInfo* info) {
     if (info == nullptr)
         return NUV_ERR_GENERAL;
-    if (!m_mutex.FlagCreate()) {
-        // Ownership was handed over: a record that cannot be kept is released.
-        t_DeleteExtraInfo(info);
-        delete info;
-        return NUV_ERR_GENERAL;
-    }
 
     bool added;
     {
-        NuvMutexGuard guard(m_mutex);
+        NuvCandidateGuard guard(m_mutex);
         added = m_mapCandidate.emplace(KeyOf(info), info).second;
     }
     if (!added) {
@@ -41,12 +36,12 @@ int NuvWatcher::t_AddCandidate(_NuvDetailDevInfo* info) {
 }
 
 int NuvWatcher::t_DeleteCandidate(const char* key) {
-    if (key == nullptr || !m_mutex.FlagCreate())
+    if (key == nullptr)
         return NUV_ERR_GENERAL;
 
     _NuvDetailDevInfo* info = nullptr;
     {
-        NuvMutexGuard guard(m_mutex);
+        NuvCandidateGuard guard(m_mutex);
         auto it = m_mapCandidate.find(key);
         if (it == m_mapCandidate.end())
             return NUV_ERR_GENERAL;

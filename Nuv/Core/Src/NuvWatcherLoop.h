@@ -7,6 +7,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "NuvThread"
+
 struct NuvWatcherLoop {
     static const int kMaxWakeDescriptors = 8;
 
@@ -20,6 +22,26 @@ struct NuvWatcherLoop {
     struct pollfd wake[kMaxWakeDescriptors] = {};
     int wakeCount = 0;
     std::mutex startStop; // serialises Start and Stop between host threads
+};
+
+// Guards the candidate map. Before Create there is no mutex, and no thread either (Start
+// needs Create): the map is then changed by one thread only and needs no lock.
+class NuvCandidateGuard {
+public:
+    explicit NuvCandidateGuard(NuvMutex& mutex) : m_mutex(mutex), m_locked(mutex.FlagCreate()) {
+        if (m_locked)
+            m_mutex.Lock();
+    }
+    ~NuvCandidateGuard() {
+        if (m_locked)
+            m_mutex.Unlock();
+    }
+    NuvCandidateGuard(const NuvCandidateGuard&) = delete;
+    NuvCandidateGuard& operator=(const NuvCandidateGuard&) = delete;
+
+private:
+    NuvMutex& m_mutex;
+    bool m_locked;
 };
 
 #endif

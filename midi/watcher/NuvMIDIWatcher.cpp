@@ -1,0 +1,91 @@
+// The watcher's life cycle and its share of every enumeration pass.
+#include "NuvMIDIWatcher.h"
+
+#include "NuvLog"
+#include "NuvMIDIRecordLayout.h"
+#include "NuvResult"
+
+namespace {
+// The MIDI watcher and connector carry the bit position of the MIDI device-type code.
+const int kMIDIWatcherType = 9;
+// Passes at least every 30 ms, so that incoming MIDI is handled promptly.
+const unsigned long kPassPeriodMs = 30;
+} // namespace
+
+NuvMIDIWatcher::NuvMIDIWatcher()
+    : m_flagSynthConnected(0), m_synthClient(0), m_synthPort(0), m_pSettings(nullptr),
+      m_pSynthHandle(nullptr), m_pSeqHandle(nullptr), m_pMIDIDriver(nullptr), m_nWalkDepth(0),
+      m_bRemovedDuringWalk(false) {
+    m_nWatcherType = kMIDIWatcherType;
+}
+
+// The sequencer and the synthesizer are Destroy's to release; a watcher whose Create
+// failed holds neither.
+NuvMIDIWatcher::~NuvMIDIWatcher() {}
+
+int NuvMIDIWatcher::Create() {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::Create] \n");
+    if (m_CreateSequencer() != 0) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIWatcher::Create] Sequencer creation failed\n");
+        return NUV_ERR_GENERAL;
+    }
+    if (m_CreateSynthesizer() != 0) {
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "\n[NuvMIDIWatcher::Create] Synthesizer creation failed\n");
+        m_DestroySequencer();
+        return NUV_ERR_GENERAL;
+    }
+    SetPeriod(kPassPeriodMs);
+    const int result = NuvWatcher::Create();
+    if (result != 0) {
+        // A failed Create leaves nothing for its owner to release.
+        m_DestroySythesizer();
+        m_DestroySequencer();
+    }
+    return result;
+}
+
+int NuvMIDIWatcher::Destroy() {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::Destroy] \n");
+    // The framework thread must be gone before the handles that its passes use: Stop
+    // lets a pass in progress finish and starts no other.
+    NuvWatcher::Stop();
+    m_DestroySythesizer();
+    m_DestroySequencer();
+    return NuvWatcher::Destroy();
+}
+
+void NuvMIDIWatcher::t_ExtraEnumerate() {
+    m_MIDIProcess();
+    if (m_flagSynthConnected != 0) {
+        // The synthesizer's client has just started: its number and port are known now,
+        // so the clients that were there before go in with them.
+        m_AddExistingDevices();
+        m_flagSynthConnected = 0;
+        if (snd_seq_nonblock(m_pSeqHandle, 1) < 0) {
+            print_dlog(NUV_LOG_INFO, "%s\n",
+                       "\n[NuvMIDIWatcher::m_CreateSequencer] Could not block sequencer\n");
+            return;
+        }
+    }
+    m_CheckDevices();
+}
+
+// Only the watcher thread changes the candidate map while it runs, so its own pass may
+// walk the map without the map's lock.
+void NuvMIDIWatcher::m_CheckDevices() {
+    for (m_itCandidate = m_mapCandidate.begin(); m_itCandidate != m_mapCandidate.end();
+         ++m_itCandidate) {
+        if (m_itCandidate->second != nullptr)
+            m_itCandidate->second->alive = 1;
+    }
+}
+
+void NuvMIDIWatcher::t_DeleteExtraInfo(_NuvDetailDevInfo* info) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n [NuvMIDIWatcher::t_DeleteExtraInfo]\n");
+    if (info == nullptr || info->pExtraInfo == nullptr)
+        return;
+    delete static_cast<_MIDIClientInfo*>(info->pExtraInfo);
+    info->pExtraInfo = nullptr;
+    print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIWatcher::t_DeleteExtraInfo] pExtraInfo deleted\n");
+}

@@ -1,0 +1,135 @@
+// Reading the watcher's sequencer client: incoming MIDI becomes _MIDIMessage records for
+// the fan-out, client starts and exits add and remove candidates, and the synthesizer's
+// own client start links the watcher's sending port to it.
+#include <stdio.h>
+#include <string.h>
+
+#include "NuvLog"
+#include "NuvMIDIHandles.h"
+#include "NuvMIDIWatcher.h"
+#include "NuvMIDIWatcherNames.h"
+
+void NuvMIDIWatcher::m_MIDIProcess() {
+    // One record serves every event of this call; note events leave the bytes after
+    // duration as the previous event left them.
+    _MIDIMessage message;
+    memset(&message, 0, sizeof(message));
+
+    while (m_pSeqHandle != nullptr) {
+        snd_seq_event_t* ev = nullptr;
+        // Non-blocking: a negative result means that nothing is waiting.
+        if (snd_seq_event_input(m_pSeqHandle, &ev) <= 0 || ev == nullptr)
+            return;
+
+        switch (ev->type) {
+        case SND_SEQ_EVENT_NOTEON:
+        case SND_SEQ_EVENT_NOTEOFF:
+            message.channel = ev->data.note.channel;
+            message.param = ev->data.note.note;
+            message.value = ev->data.note.velocity;
+            message.duration = static_cast<int32_t>(ev->data.note.duration);
+            OnMIDIEvent(ev->source.client, MIDIEventCode(ev->type), message);
+            break;
+        case SND_SEQ_EVENT_CONTROLLER:
+        case SND_SEQ_EVENT_PGMCHANGE:
+        case SND_SEQ_EVENT_CHANPRESS:
+        case SND_SEQ_EVENT_PITCHBEND:
+            print_dlog(NUV_LOG_TRACE,
+                       "\n[NuvMIDIWatcher::m_MIDIProcess] [%d] EventType: [%d] Parameter: [%d] "
+                       "Channel [%d] Value [%d]\n",
+                       static_cast<int>(ev->time.tick), static_cast<int>(ev->type),
+                       static_cast<int>(ev->data.control.param),
+                       static_cast<int>(ev->data.control.channel), ev->data.control.value);
+            message.channel = ev->data.control.channel;
+            message.param = static_cast<int32_t>(ev->data.control.param);
+            message.value = ev->data.control.value;
+            memset(message.text, 0, sizeof(message.text));
+            OnMIDIEvent(ev->source.client, MIDIEventCode(ev->type), message);
+            break;
+        case SND_SEQ_EVENT_CLIENT_START:
+            if (!m_OnClientStart(ev))
+                return;
+            break;
+        case SND_SEQ_EVENT_CLIENT_EXIT:
+            m_OnClientExit(ev);
+            break;
+        default:
+            print_dlog(NUV_LOG_INFO,
+                       "\n[NuvMIDIWatcher::m_MIDIProcess] unhandled event [%d] received\n",
+                       static_cast<int>(ev->type));
+            break;
+        }
+    }
+}
+
+bool NuvMIDIWatcher::m_OnClientStart(const snd_seq_event_t* ev) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::m_MIDIProcess] Client connect Event\n");
+    const int client = ev->data.addr.client;
+    const int port = ev->data.addr.port;
+
+    // A client that cannot be read keeps the empty name of a fresh information object.
+    NuvSeqClientInfo clientInfo = NuvNewClientInfo();
+    const char* name = "";
+    if (clientInfo) {
+        snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get());
+        name = snd_seq_client_info_get_name(clientInfo.get());
+    }
+    print_dlog(NUV_LOG_TRACE,
+               "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [%d], port [%d], name "
+               "[%s] connected\n",
+               client, port, name);
+
+    // Recording clients, and user clients that have not named themselves yet (the
+    // sequencer calls them "Client-<number>"), are not devices.
+    if (strstr(name, "Recorder") != nullptr || strstr(name, "Client") != nullptr) {
+        print_dlog(NUV_LOG_TRACE, "%s\n",
+                   "\n[NuvMIDIWatcher::m_MIDIProcess] MIDIRecorder, so nothing to do\n");
+        return false;
+    }
+
+    _MIDIClientInfo info{};
+    info.client = client;
+    info.port = port;
+    if (strstr(name, kSynthNamePart) != nullptr) {
+        print_dlog(NUV_LOG_TRACE, "%s\n",
+                   "\n[NuvMIDIWatcher::m_MIDIProcess] Connect watcher and synthesizer\n");
+        info.isSynth = 1;
+        m_synthClient = client;
+        m_flagSynthConnected = 1;
+        m_synthPort = port;
+        m_LinkSynthesizer(client, port);
+    }
+    m_AddDevice(info);
+    return true;
+}
+
+// What connectors send from the watcher's port 2 reaches the synthesizer through this
+// subscription. The sender is the watcher's real client number: the watcher is client 128
+// only when it is the first user client of the sequencer.
+void NuvMIDIWatcher::m_LinkSynthesizer(int client, int port) {
+    NuvSeqSubscription subscription = NuvNewSubscription();
+    if (!subscription)
+        return;
+    snd_seq_addr_t sender = {};
+    sender.client = static_cast<unsigned char>(snd_seq_client_id(m_pSeqHandle));
+    sender.port = kSendPort;
+    snd_seq_addr_t dest = {};
+    dest.client = static_cast<unsigned char>(client);
+    dest.port = static_cast<unsigned char>(port);
+    snd_seq_port_subscribe_set_sender(subscription.get(), &sender);
+    snd_seq_port_subscribe_set_dest(subscription.get(), &dest);
+    // A failed link is not reported: the synthesizer then hears nothing from port 2.
+    snd_seq_subscribe_port(m_pSeqHandle, subscription.get());
+}
+
+void NuvMIDIWatcher::m_OnClientExit(const snd_seq_event_t* ev) {
+    print_dlog(NUV_LOG_TRACE, "%s\n",
+               "\n[NuvMIDIWatcher::m_MIDIProcess] Sequencer Disconnect Event\n");
+    print_dlog(NUV_LOG_TRACE,
+               "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [%d], port number [%d] "
+               "disconnected\n",
+               ev->data.addr.client, ev->data.addr.port);
+    char key[8];
+    snprintf(key, sizeof(key), "%d", ev->data.addr.client);
+    t_DeleteCandidate(key);
+}

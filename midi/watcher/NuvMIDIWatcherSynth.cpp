@@ -1,0 +1,81 @@
+// The library's one software synthesizer: FluidSynth with its ALSA sequencer MIDI driver,
+// loaded with the default sound font when that file exists.
+#include <sys/stat.h>
+
+#include "NuvLog"
+#include "NuvMIDIHandles.h"
+#include "NuvMIDIWatcher.h"
+#include "NuvResult"
+
+namespace {
+
+void ApplySettings(fluid_settings_t* settings) {
+    // Sound leaves only through the renderer, never through a FluidSynth audio driver.
+    fluid_settings_setstr(settings, "audio.driver", "file");
+    fluid_settings_setnum(settings, "synth.sample-rate", 48000.0);
+    fluid_settings_setint(settings, "audio.periods", 8);
+    fluid_settings_setint(settings, "synth.polyphony", 64);
+    fluid_settings_setnum(settings, "synth.gain", 1.0);
+    fluid_settings_setint(settings, "synth.min-note-length", 10); // milliseconds
+    // FluidSynth 2 no longer defaults to the ALSA sequencer driver; the watcher finds the
+    // synthesizer by the "FLUID" name of that driver's sequencer client.
+    fluid_settings_setstr(settings, "midi.driver", "alsa_seq");
+}
+
+} // namespace
+
+int NuvMIDIWatcher::m_CreateSynthesizer() {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::m_CreateSynthesizer]\n");
+
+    // Held until the synthesizer is ready, so that a failure releases what was made.
+    NuvFluidSettings settings(new_fluid_settings());
+    NuvFluidSynth synth;
+    NuvFluidMIDIDriver driver;
+    if (settings) {
+        ApplySettings(settings.get());
+        synth.reset(new_fluid_synth(settings.get()));
+        if (synth)
+            driver.reset(
+                new_fluid_midi_driver(settings.get(), fluid_synth_handle_midi_event, synth.get()));
+    }
+    if (!synth || !driver) {
+        print_dlog(NUV_LOG_CRITICAL,
+                   "\n[NuvMIDIWatcher::m_CreateSynthesizer] new_fluid_synth or "
+                   "new_fluid_midi_driver failed.m_pSynthHandle=[%p],m_pMIDIDriver=[%p].\n ",
+                   static_cast<void*>(synth.get()), static_cast<void*>(driver.get()));
+        return NUV_ERR_GENERAL;
+    }
+
+    struct stat status;
+    if (lstat(kDefaultSoundFont, &status) == 0) {
+        const int fontId = fluid_synth_sfload(synth.get(), kDefaultSoundFont, 1);
+        if (fontId < 0) {
+            print_dlog(NUV_LOG_INFO, "%s\n",
+                       "\n[NuvMIDIWatcher::m_CreateSynthesizer] Unable to load default sound "
+                       "font file\n ");
+            return NUV_ERR_GENERAL;
+        }
+        print_dlog(NUV_LOG_TRACE, "\n[NuvMIDIWatcher::m_CreateSynthesizer] Font file id [%d]\n",
+                   fontId);
+    }
+
+    m_pSettings = settings.release();
+    m_pSynthHandle = synth.release();
+    m_pMIDIDriver = driver.release();
+    return 0;
+}
+
+// Reverse order of creation: the driver feeds the synthesizer, which reads the settings.
+void NuvMIDIWatcher::m_DestroySythesizer() {
+    print_dlog(NUV_LOG_TRACE, "%s\n",
+               "\n[NuvMIDIWatcher::m_DestroySythesizer] Destroying synthesizer\n");
+    if (m_pMIDIDriver != nullptr)
+        delete_fluid_midi_driver(m_pMIDIDriver);
+    if (m_pSynthHandle != nullptr)
+        delete_fluid_synth(m_pSynthHandle);
+    if (m_pSettings != nullptr)
+        delete_fluid_settings(m_pSettings);
+    m_pMIDIDriver = nullptr;
+    m_pSynthHandle = nullptr;
+    m_pSettings = nullptr;
+}

@@ -1,0 +1,200 @@
+// The watcher's fan-out of incoming MIDI to registered callbacks: order, duplicates,
+// removal from inside a walk, and registration racing a stream of messages.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "NuvMIDIWatcher.h"
+
+namespace {
+
+const std::string kSent = "[NuvMIDIWatcher::OnMIDIEvent] sent to connector\n\n";
+const std::string kNoDevice = "[NuvMIDIWatcher::OnMIDIEvent] device doesn't exist\n\n";
+
+// Records every call into a log shared by all callbacks of a test, and may act during it.
+struct Recorder : NuvMIDICallback {
+    Recorder(const char* name, std::vector<std::string>& calls) : name(name), calls(calls) {}
+    int OnMIDIEvent(int client, int code, _MIDIMessage& msg) override {
+        calls.push_back(name);
+        lastClient = client;
+        lastCode = code;
+        lastMessage = &msg;
+        if (action)
+            action();
+        return 0;
+    }
+    std::string name;
+    std::vector<std::string>& calls;
+    std::function<void()> action;
+    int lastClient = -1;
+    int lastCode = -1;
+    _MIDIMessage* lastMessage = nullptr;
+};
+
+class MIDIWatcherFanOut : public ::testing::Test {
+protected:
+    int Send() { return watcher.OnMIDIEvent(20, 16, message); }
+
+    LogCapture log; // also keeps the per-message lines off the console
+    NuvMIDIWatcher watcher;
+    _MIDIMessage message{};
+    std::vector<std::string> calls;
+    Recorder a{"A", calls}, b{"B", calls}, c{"C", calls};
+};
+
+TEST_F(MIDIWatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrder) {
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(&a));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(&b));
+    log.Clear();
+
+    EXPECT_EQ(1, Send());
+
+    EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
+    for (Recorder* r : {&a, &b}) {
+        EXPECT_EQ(20, r->lastClient);
+        EXPECT_EQ(16, r->lastCode);
+        EXPECT_EQ(&message, r->lastMessage);
+    }
+    EXPECT_EQ(2, log.Count("\n[NuvMIDIWatcher::OnMIDIEvent]\n\n", NUV_LOG_TRACE));
+    EXPECT_EQ(2, log.Count(kSent, NUV_LOG_INFO));
+}
+
+TEST_F(MIDIWatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
+    watcher.RegisterMIDICallback(&a);
+    watcher.RegisterMIDICallback(&b);
+    watcher.RegisterMIDICallback(&a);
+    Send();
+    EXPECT_EQ((std::vector<std::string>{"A", "B", "A"}), calls);
+
+    EXPECT_EQ(1, watcher.UnregisterMIDICallback(&a));
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(&a));
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(&c)); // never registered
+    calls.clear();
+    Send();
+    EXPECT_EQ((std::vector<std::string>{"B"}), calls);
+}
+
+TEST_F(MIDIWatcherFanOut, WithoutCallbacksTheMessageIsDropped) {
+    EXPECT_EQ(0, Send());
+    EXPECT_EQ(1, log.Count(kNoDevice, NUV_LOG_INFO));
+    EXPECT_EQ(0, log.Count(kSent));
+}
+
+TEST_F(MIDIWatcherFanOut, NullIsRefusedAndNeverCalled) {
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(nullptr));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIWatcher::RegisterMIDICallback] null callback ignored\n\n",
+                        NUV_LOG_INFO));
+    EXPECT_EQ(0, Send());
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(nullptr));
+}
+
+TEST_F(MIDIWatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
+    watcher.RegisterMIDICallback(&a);
+    watcher.RegisterMIDICallback(&b);
+    watcher.RegisterMIDICallback(&c);
+    // A removes itself and C, and adds B once more: C is not called in this walk, the new
+    // entry waits for the next message.
+    a.action = [&] {
+        EXPECT_EQ(1, watcher.UnregisterMIDICallback(&a));
+        EXPECT_EQ(1, watcher.UnregisterMIDICallback(&c));
+        EXPECT_EQ(0, watcher.UnregisterMIDICallback(&c));
+        watcher.RegisterMIDICallback(&b);
+    };
+    log.Clear();
+    EXPECT_EQ(1, Send());
+    EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
+    EXPECT_EQ(2, log.Count(kSent));
+
+    calls.clear();
+    Send();
+    EXPECT_EQ((std::vector<std::string>{"B", "B"}), calls);
+}
+
+TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
+    watcher.RegisterMIDICallback(&a);
+    watcher.RegisterMIDICallback(&b);
+    watcher.RegisterMIDICallback(&c);
+    // A's call starts a nested walk in which B removes itself; the outer walk, still on
+    // A's node, goes on to C over B's removed entry.
+    bool nested = false;
+    a.action = [&] {
+        if (!nested) {
+            nested = true;
+            watcher.OnMIDIEvent(21, 17, message);
+        }
+    };
+    b.action = [&] { watcher.UnregisterMIDICallback(&b); };
+    Send();
+    EXPECT_EQ((std::vector<std::string>{"A", "A", "B", "C", "C"}), calls);
+
+    calls.clear();
+    Send();
+    EXPECT_EQ((std::vector<std::string>{"A", "C"}), calls);
+}
+
+// Host threads register and unregister while a stream of messages is handed out. Once
+// UnregisterMIDICallback has returned, that callback must not be called again.
+TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
+    struct Guarded : NuvMIDICallback {
+        int OnMIDIEvent(int, int, _MIDIMessage&) override {
+            if (unregistered.load())
+                lateCalls.fetch_add(1);
+            calls.fetch_add(1);
+            return 0;
+        }
+        std::atomic<bool> unregistered{true};
+        std::atomic<int> lateCalls{0};
+        std::atomic<int> calls{0};
+    };
+    const int previousThreshold = NuvLog_SetThreshold(NUV_LOG_CRITICAL);
+    NuvMIDIWatcher watcher;
+    Guarded hosts[2];
+    std::vector<std::string> ignored;
+    Recorder selfRemoving{"S", ignored};
+    std::atomic<bool> stop{false};
+
+    std::thread events([&] {
+        _MIDIMessage message{};
+        int n = 0;
+        while (!stop.load()) {
+            // Every 16th message, a callback that removes itself from inside the walk.
+            if (++n % 16 == 0) {
+                selfRemoving.action = [&] { watcher.UnregisterMIDICallback(&selfRemoving); };
+                watcher.RegisterMIDICallback(&selfRemoving);
+            }
+            watcher.OnMIDIEvent(20, 16, message);
+        }
+    });
+    std::vector<std::thread> host;
+    for (Guarded& cb : hosts) {
+        host.emplace_back([&] {
+            // Until the stream has met this callback often enough for the race to be real.
+            for (int i = 0; (i < 2000 || cb.calls.load() < 50) && i < 1000000; ++i) {
+                cb.unregistered.store(false);
+                watcher.RegisterMIDICallback(&cb);
+                if (i % 2 == 0)
+                    std::this_thread::yield();
+                watcher.UnregisterMIDICallback(&cb);
+                cb.unregistered.store(true);
+            }
+        });
+    }
+    for (auto& t : host)
+        t.join();
+    stop.store(true);
+    events.join();
+    NuvLog_SetThreshold(previousThreshold);
+
+    for (Guarded& cb : hosts) {
+        EXPECT_EQ(0, cb.lateCalls.load());
+        EXPECT_GE(cb.calls.load(), 50);
+    }
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(&selfRemoving));
+}
+
+} // namespace

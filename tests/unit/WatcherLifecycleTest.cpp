@@ -1,0 +1,162 @@
+// The watcher without a sequencer: failed creation leaves nothing behind, candidate
+// records carry every fixed field, and the pass keeps candidates marked present.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+
+#include "LogCapture.h"
+#include "NuvMIDIWatcher.h"
+#include "WatcherTestAccess.h"
+
+namespace {
+
+using Access = NuvMIDIWatcherTestAccess;
+
+bool KernelHasSequencer() {
+    struct stat status;
+    return lstat("/sys/class/sound/seq/uevent", &status) == 0;
+}
+
+int AssertReports(const LogCapture& log) {
+    return log.CountContaining("ASSERT:");
+}
+
+// Counts the client information records that the watcher releases, per key.
+class CountingWatcher : public NuvMIDIWatcher {
+public:
+    void t_DeleteExtraInfo(_NuvDetailDevInfo* info) override {
+        if (info->pExtraInfo != nullptr)
+            ++released[info->key];
+        NuvMIDIWatcher::t_DeleteExtraInfo(info);
+    }
+    std::map<std::string, int> released;
+};
+
+TEST(MIDIWatcherCreate, WithoutKernelSequencerFailsAndLeavesNothing) {
+    if (KernelHasSequencer())
+        GTEST_SKIP() << "this machine has a sequencer";
+    LogCapture log;
+    auto* watcher = new NuvMIDIWatcher();
+    EXPECT_EQ(9, Access::WatcherType(*watcher));
+
+    EXPECT_EQ(9999, watcher->Create());
+    // Its owner deletes a watcher whose Create failed without calling Destroy.
+    delete watcher;
+
+    const auto lines = log.Lines();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ("\n[NuvMIDIWatcher::Create] \n\n", lines[0].text);
+    EXPECT_EQ("\n[NuvMIDIWatcher::m_CreateSequencer]\n\n", lines[1].text);
+    EXPECT_EQ("\n[NuvMIDIWatcher::m_CreateSequencer] Could not create seq device\n\n",
+              lines[2].text);
+    EXPECT_EQ(NUV_LOG_INFO, lines[2].level);
+    EXPECT_EQ("\n[NuvMIDIWatcher::Create] Sequencer creation failed\n\n", lines[3].text);
+    EXPECT_EQ(NUV_LOG_INFO, lines[3].level);
+    EXPECT_EQ(0, AssertReports(log));
+}
+
+// Without a sequencer FluidSynth's sequencer MIDI driver cannot start: the synthesizer
+// that was made is released again (the sanitizer build checks for leaks).
+TEST(MIDIWatcherCreate, SynthesizerWithoutMIDIDriverIsReleased) {
+    if (KernelHasSequencer())
+        GTEST_SKIP() << "this machine has a sequencer";
+    NuvMIDIWatcher watcher;
+    LogCapture log;
+
+    EXPECT_EQ(9999, Access::CreateSynthesizer(watcher));
+
+    EXPECT_EQ(nullptr, Access::Synth(watcher));
+    EXPECT_EQ(nullptr, Access::Settings(watcher));
+    EXPECT_EQ(nullptr, Access::Driver(watcher));
+    const auto lines = log.Lines();
+    int critical = 0;
+    for (const auto& line : lines) {
+        if (line.level != NUV_LOG_CRITICAL)
+            continue;
+        ++critical;
+        const std::string head = "\n[NuvMIDIWatcher::m_CreateSynthesizer] new_fluid_synth or "
+                                 "new_fluid_midi_driver failed.m_pSynthHandle=[0x";
+        EXPECT_EQ(0u, line.text.rfind(head, 0)) << line.text;
+        EXPECT_NE(std::string::npos, line.text.find("],m_pMIDIDriver=[(nil)].\n "));
+    }
+    EXPECT_EQ(1, critical);
+}
+
+// Only the framework part is created: the candidate map works, no sequencer is open.
+TEST(MIDIWatcherCandidates, RecordCarriesEveryFixedField) {
+    NuvMIDIWatcher watcher;
+    ASSERT_EQ(0, watcher.NuvWatcher::Create());
+    Access::SetSynthAddress(watcher, 130, 0);
+
+    EXPECT_EQ(0, Access::AddDevice(watcher, 20, 3, 1));
+
+    const auto candidates = Access::Candidates(watcher);
+    ASSERT_EQ(1u, candidates.size());
+    ASSERT_EQ(1u, candidates.count("20"));
+    const CandidateCopy& c = candidates.at("20");
+    char uid[256] = "20";
+    EXPECT_EQ(0, memcmp(uid, c.record.devInfo.UID, sizeof(uid)));
+    EXPECT_EQ(0, memcmp(uid, c.record.key, sizeof(uid)));
+    EXPECT_EQ(512, c.record.devInfo.type);
+    EXPECT_EQ(1, c.record.devInfo.isSynth);
+    EXPECT_EQ(0, c.record.devInfo.reserved);
+    char path[256] = "MIDIDeviceHandle";
+    EXPECT_EQ(0, memcmp(path, c.record.devicePath, sizeof(path)));
+    EXPECT_EQ(0, memcmp("0123456", c.record.vendorID, 8));
+    EXPECT_EQ(0, memcmp("0123456", c.record.productID, 8));
+    EXPECT_EQ(1, c.record.alive);
+    ASSERT_TRUE(c.hasClientInfo);
+    EXPECT_EQ(nullptr, c.clientInfo.seq);
+    EXPECT_EQ(nullptr, c.clientInfo.synth);
+    EXPECT_EQ(130, c.clientInfo.synthClient);
+    EXPECT_EQ(0, c.clientInfo.synthPort);
+    EXPECT_EQ(20, c.clientInfo.client);
+    EXPECT_EQ(3, c.clientInfo.port);
+    EXPECT_EQ(1, c.clientInfo.isSynth);
+
+    EXPECT_EQ(0, watcher.NuvWatcher::Destroy());
+}
+
+TEST(MIDIWatcherCandidates, SecondPortOfAClientIsReleasedOnceAndPassMarksPresent) {
+    CountingWatcher watcher;
+    ASSERT_EQ(0, watcher.NuvWatcher::Create());
+    Access::AddDevice(watcher, 20, 0, 0);
+    Access::AddDevice(watcher, 20, 1, 0); // same key: the framework keeps the first
+    EXPECT_EQ(1, watcher.released["20"]);
+    ASSERT_EQ(1u, Access::Candidates(watcher).size());
+    EXPECT_EQ(0, Access::Candidates(watcher).at("20").clientInfo.port);
+
+    // A pass without a sequencer reads nothing and marks every candidate present.
+    Access::Candidate(watcher, "20")->alive = 0;
+    watcher.t_ExtraEnumerate();
+    EXPECT_EQ(1, Access::Candidates(watcher).at("20").record.alive);
+
+    Access::DeleteCandidate(watcher, "20");
+    EXPECT_EQ(2, watcher.released["20"]);
+    EXPECT_TRUE(Access::Candidates(watcher).empty());
+    EXPECT_EQ(0, watcher.NuvWatcher::Destroy());
+}
+
+TEST(MIDIWatcherCandidates, DeleteExtraInfoReleasesOnlyWhatIsThere) {
+    NuvMIDIWatcher watcher;
+    _NuvDetailDevInfo record{};
+    record.pExtraInfo = new _MIDIClientInfo();
+    LogCapture log;
+
+    watcher.t_DeleteExtraInfo(&record);
+    EXPECT_EQ(nullptr, record.pExtraInfo);
+    watcher.t_DeleteExtraInfo(&record);
+
+    const auto lines = log.Lines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ("\n [NuvMIDIWatcher::t_DeleteExtraInfo]\n\n", lines[0].text);
+    EXPECT_EQ(NUV_LOG_TRACE, lines[0].level);
+    EXPECT_EQ("[NuvMIDIWatcher::t_DeleteExtraInfo] pExtraInfo deleted\n\n", lines[1].text);
+    EXPECT_EQ(NUV_LOG_INFO, lines[1].level);
+    EXPECT_EQ(lines[0].text, lines[2].text);
+}
+
+} // namespace

@@ -1,0 +1,499 @@
+#include "CommandLine.h"
+
+#include <errno.h>
+#include <stdlib.h>
+
+#include <map>
+
+#include "HelpText.h"
+#include "NuvMIDITypes.h"
+
+namespace nuvcli {
+namespace {
+
+struct CommandName {
+    Command command;
+    const char* name;
+};
+
+const CommandName kCommandNames[] = {
+    {Command::Devices, "devices"},
+    {Command::Monitor, "monitor"},
+    {Command::Thru, "thru"},
+    {Command::Play, "play"},
+    {Command::Send, "send"},
+    {Command::Query, "query"},
+    {Command::Fonts, "fonts"},
+    {Command::Connect, "connect"},
+    {Command::Disconnect, "disconnect"},
+    {Command::Wait, "wait"},
+    {Command::Script, "script"},
+};
+
+bool FindCommand(const std::string& name, Command& command) {
+    for (const CommandName& entry : kCommandNames) {
+        if (name == entry.name) {
+            command = entry.command;
+            return true;
+        }
+    }
+    return false;
+}
+
+const char* NameOf(Command command) {
+    for (const CommandName& entry : kCommandNames)
+        if (entry.command == command)
+            return entry.name;
+    return "?";
+}
+
+// Options of one command that take a value; --json is the only flag.
+bool CommandTakesOption(Command command, const std::string& name, bool& takesValue) {
+    takesValue = true;
+    switch (command) {
+    case Command::Devices:
+        takesValue = false;
+        return name == "json";
+    case Command::Monitor:
+        return name == "count";
+    case Command::Fonts:
+        return name == "start" || name == "count";
+    default:
+        return false;
+    }
+}
+
+bool IsGlobalOption(const std::string& name, bool& takesValue) {
+    takesValue = name != "verbose";
+    return name == "lib" || name == "font" || name == "audio" || name == "wav" || name == "verbose";
+}
+
+bool IsHelp(const std::string& word) {
+    return word == "-h" || word == "--help";
+}
+
+// A negative number is an argument (a pitch bend), not an option.
+bool LooksLikeOption(const std::string& word) {
+    if (word.size() < 2 || word[0] != '-')
+        return false;
+    return !(word[1] >= '0' && word[1] <= '9');
+}
+
+bool ParseNumber(const std::string& text, long min, long max, long& out) {
+    if (text.empty())
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    const long value = strtol(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || value < min || value > max)
+        return false;
+    out = value;
+    return true;
+}
+
+// Reads the positional and option words of one command into an Action.
+class ActionParser {
+public:
+    ActionParser(Command command, const std::vector<std::string>& positional,
+                 const std::map<std::string, std::string>& options)
+        : m_command(command), m_args(positional), m_options(options) {
+        m_action.command = command;
+    }
+
+    bool Parse(Action& action, std::string& error) {
+        const bool ok = m_Parse();
+        if (!ok)
+            error = std::string(NameOf(m_command)) + ": " + m_error;
+        action = m_action;
+        return ok;
+    }
+
+private:
+    bool m_Parse() {
+        switch (m_command) {
+        case Command::Devices:
+            m_action.json = m_options.count("json") != 0;
+            return m_Arity(0, 0, "takes no arguments");
+        case Command::Monitor:
+            m_action.devices = m_args;
+            return m_Option("count", 1, 1000000000L, m_action.eventLimit, "event count");
+        case Command::Thru:
+            if (!m_Arity(1, 1, "needs one DEVICE"))
+                return false;
+            m_action.devices = m_args;
+            return true;
+        case Command::Play:
+            if (!m_Arity(1, 1, "needs one FILE"))
+                return false;
+            m_action.path = m_args[0];
+            return true;
+        case Command::Send:
+            return m_ParseSend();
+        case Command::Query:
+            return m_ParseQuery();
+        case Command::Fonts:
+            return m_ParseFonts();
+        case Command::Connect:
+        case Command::Disconnect:
+            if (!m_Arity(2, 2, "needs SRC and DST devices"))
+                return false;
+            m_action.devices = m_args;
+            return true;
+        case Command::Wait:
+            return m_Arity(1, 1, "needs MS") &&
+                   m_Number(0, 0, 86400000L, m_action.waitMs, "time in milliseconds");
+        case Command::Script:
+            if (!m_Arity(0, 1, "takes at most one FILE"))
+                return false;
+            m_action.path = m_args.empty() ? "-" : m_args[0];
+            return true;
+        }
+        return false;
+    }
+
+    // send DEVICE EVENT ARG...: the event's arguments in the order a MIDI message has them.
+    bool m_ParseSend() {
+        if (!m_Arity(2, 6, "needs DEVICE EVENT ARG..."))
+            return false;
+        m_action.devices.push_back(m_args[0]);
+        const std::string& event = m_args[1];
+        const size_t n = m_args.size() - 2;
+        if (event == "noteon" || event == "noteoff") {
+            const bool on = event == "noteon";
+            m_action.eventType = on ? MIDI_EVENT_NOTE_ON : MIDI_EVENT_NOTE_OFF;
+            if (n < (on ? 3u : 2u) || n > (on ? 4u : 3u))
+                return m_Fail(on ? "noteon needs CH NOTE VEL [DUR]"
+                                 : "noteoff needs CH NOTE [VEL]");
+            if (!m_Channel(2) || !m_Int(3, 0, 127, m_action.param, "note"))
+                return false;
+            if (n >= 3 && !m_Int(4, 0, 127, m_action.value, "velocity"))
+                return false;
+            if (on && n == 4)
+                return m_Number(5, 0, 3600000L, m_action.holdMs, "duration in milliseconds");
+            return true;
+        }
+        if (event == "cc") {
+            m_action.eventType = MIDI_EVENT_CONTROL_CHANGE;
+            return m_Count(n, 3, "cc needs CH CTRL VAL") && m_Channel(2) &&
+                   m_Int(3, 0, 127, m_action.param, "controller") &&
+                   m_Int(4, 0, 127, m_action.value, "value");
+        }
+        if (event == "pgm") {
+            m_action.eventType = MIDI_EVENT_PROGRAM_CHANGE;
+            return m_Count(n, 2, "pgm needs CH PROG") && m_Channel(2) &&
+                   m_Int(3, 0, 127, m_action.value, "program");
+        }
+        if (event == "pitch") {
+            m_action.eventType = MIDI_EVENT_PITCH_BEND;
+            return m_Count(n, 2, "pitch needs CH VAL") && m_Channel(2) &&
+                   m_Int(3, -8192, 8191, m_action.value, "pitch bend");
+        }
+        if (event == "pressure") {
+            m_action.eventType = MIDI_EVENT_CHANNEL_PRESSURE;
+            return m_Count(n, 2, "pressure needs CH VAL") && m_Channel(2) &&
+                   m_Int(3, 0, 127, m_action.value, "pressure");
+        }
+        return m_Fail("unknown EVENT '" + event + "' (noteon, noteoff, cc, pgm, pitch, pressure)");
+    }
+
+    bool m_ParseQuery() {
+        if (!m_Arity(3, 4, "needs DEVICE EVENT CH [PARAM]"))
+            return false;
+        m_action.devices.push_back(m_args[0]);
+        const std::string& event = m_args[1];
+        const size_t n = m_args.size() - 2;
+        if (event == "cc") {
+            m_action.eventType = MIDI_EVENT_CONTROL_CHANGE;
+            return m_Count(n, 2, "cc needs CH CTRL") && m_Channel(2) &&
+                   m_Int(3, 0, 127, m_action.param, "controller");
+        }
+        if (event == "pgm")
+            m_action.eventType = MIDI_EVENT_PROGRAM_CHANGE;
+        else if (event == "pitch")
+            m_action.eventType = MIDI_EVENT_PITCH_BEND;
+        else if (event == "pressure")
+            m_action.eventType = MIDI_EVENT_CHANNEL_PRESSURE;
+        else
+            return m_Fail("unknown EVENT '" + event + "' (cc, pgm, pitch, pressure)");
+        return m_Count(n, 1, event + " needs CH") && m_Channel(2);
+    }
+
+    bool m_ParseFonts() {
+        if (m_args.empty())
+            return m_Fail("needs load FILE, unload ID or list [ID]");
+        const std::string& what = m_args[0];
+        if (what == "load") {
+            m_action.fontsAction = FontsAction::Load;
+            if (!m_Arity(2, 2, "load needs one FILE"))
+                return false;
+            m_action.path = m_args[1];
+            return true;
+        }
+        if (what == "unload") {
+            m_action.fontsAction = FontsAction::Unload;
+            return m_Arity(2, 2, "unload needs one ID") && m_FontId(1);
+        }
+        if (what == "list") {
+            m_action.fontsAction = FontsAction::List;
+            long start = 0, count = 0;
+            if (!m_Arity(1, 2, "list takes at most one ID") ||
+                (m_args.size() == 2 && !m_FontId(1)) ||
+                !m_Option("start", 0, 1000000L, start, "start index") ||
+                !m_Option("count", 1, 1000000L, count, "count"))
+                return false;
+            m_action.start = static_cast<unsigned>(start);
+            m_action.count = static_cast<unsigned>(count);
+            return true;
+        }
+        return m_Fail("unknown action '" + what + "' (load, unload, list)");
+    }
+
+    bool m_Arity(size_t min, size_t max, const std::string& what) {
+        if (m_args.size() < min || m_args.size() > max)
+            return m_Fail(what);
+        return true;
+    }
+    bool m_Count(size_t n, size_t expected, const std::string& what) {
+        return n == expected || m_Fail(what);
+    }
+    bool m_Number(size_t index, long min, long max, long& out, const std::string& what) {
+        if (ParseNumber(m_args[index], min, max, out))
+            return true;
+        return m_Fail(what + " '" + m_args[index] + "' is not a number from " +
+                      std::to_string(min) + " to " + std::to_string(max));
+    }
+    bool m_Int(size_t index, long min, long max, int& out, const std::string& what) {
+        long value = 0;
+        if (!m_Number(index, min, max, value, what))
+            return false;
+        out = static_cast<int>(value);
+        return true;
+    }
+    bool m_Channel(size_t index) { return m_Int(index, 0, 15, m_action.channel, "channel"); }
+    bool m_FontId(size_t index) {
+        long id = 0;
+        if (!m_Number(index, 0, 1000000L, id, "font ID"))
+            return false;
+        m_action.fontId = static_cast<unsigned>(id);
+        return true;
+    }
+    bool m_Option(const std::string& name, long min, long max, long& out, const std::string& what) {
+        const auto it = m_options.find(name);
+        if (it == m_options.end())
+            return true;
+        if (ParseNumber(it->second, min, max, out))
+            return true;
+        return m_Fail("--" + name + ": " + what + " '" + it->second + "' is not a number from " +
+                      std::to_string(min) + " to " + std::to_string(max));
+    }
+    bool m_Fail(const std::string& message) {
+        m_error = message;
+        return false;
+    }
+
+    Command m_command;
+    const std::vector<std::string>& m_args;
+    const std::map<std::string, std::string>& m_options;
+    Action m_action;
+    std::string m_error;
+};
+
+// Parses one command's words. Global options met on the way go to `globals`; null refuses
+// them (in scripts).
+bool ParseOneCommand(const std::vector<std::string>& words, GlobalOptions* globals, Action& action,
+                     std::string& error) {
+    std::vector<std::string> positional;
+    std::map<std::string, std::string> options;
+    bool haveCommand = false;
+    Command command = Command::Devices;
+    bool onlyArguments = false;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        if (onlyArguments || !LooksLikeOption(word)) {
+            if (!haveCommand) {
+                if (!FindCommand(word, command)) {
+                    error = "unknown command '" + word + "' (see 'nuvmidi --help')";
+                    return false;
+                }
+                haveCommand = true;
+            } else {
+                positional.push_back(word);
+            }
+            continue;
+        }
+        if (word == "--") {
+            onlyArguments = true;
+            continue;
+        }
+        std::string name, value;
+        bool hasValue = false;
+        if (word == "-v") {
+            name = "verbose";
+        } else if (word.compare(0, 2, "--") == 0) {
+            const size_t equals = word.find('=');
+            name = word.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
+            if (equals != std::string::npos) {
+                value = word.substr(equals + 1);
+                hasValue = true;
+            }
+        } else {
+            error = "unknown option '" + word + "' (see 'nuvmidi --help')";
+            return false;
+        }
+        bool takesValue = false;
+        const bool global = IsGlobalOption(name, takesValue);
+        if (!global && !(haveCommand && CommandTakesOption(command, name, takesValue))) {
+            error = (haveCommand ? std::string(NameOf(command)) + ": " : std::string()) +
+                    "unknown option '--" + name + "'";
+            return false;
+        }
+        if (takesValue && !hasValue) {
+            if (i + 1 >= words.size()) {
+                error = "option '--" + name + "' needs a value";
+                return false;
+            }
+            value = words[++i];
+        } else if (!takesValue && hasValue) {
+            error = "option '--" + name + "' takes no value";
+            return false;
+        }
+        if (!global) {
+            options[name] = value;
+            continue;
+        }
+        if (globals == nullptr) {
+            error = "option '--" + name + "' belongs on the command line, not in a script";
+            return false;
+        }
+        if (name == "verbose")
+            globals->verbose = true;
+        else if (name == "lib")
+            globals->library = value;
+        else if (name == "font")
+            globals->font = value;
+        else if (name == "audio")
+            globals->audioDevice = value;
+        else
+            globals->wavFile = value;
+    }
+    if (!haveCommand) {
+        error = "missing COMMAND (see 'nuvmidi --help')";
+        return false;
+    }
+    if (globals == nullptr && command == Command::Script) {
+        error = "scripts do not run other scripts";
+        return false;
+    }
+    return ActionParser(command, positional, options).Parse(action, error);
+}
+
+// The help asked for in a list of words: the command's when one is named before it.
+bool FindHelp(const std::vector<std::string>& words, std::string& text) {
+    Command command = Command::Devices;
+    bool haveCommand = false;
+    for (const std::string& word : words) {
+        if (word == "--")
+            return false;
+        if (IsHelp(word)) {
+            text = haveCommand ? CommandHelp(command) : ProgramHelp();
+            return true;
+        }
+        if (word == "--then")
+            haveCommand = false;
+        else if (!haveCommand && !LooksLikeOption(word) && FindCommand(word, command))
+            haveCommand = true;
+    }
+    return false;
+}
+
+} // namespace
+
+CommandLine ParseCommandLine(const std::vector<std::string>& args) {
+    CommandLine result;
+    if (FindHelp(args, result.text)) {
+        result.outcome = CommandLine::HELP;
+        return result;
+    }
+    std::vector<std::string> words;
+    for (size_t i = 0; i <= args.size(); ++i) {
+        if (i < args.size() && args[i] != "--then") {
+            words.push_back(args[i]);
+            continue;
+        }
+        Action action;
+        if (!ParseOneCommand(words, &result.options, action, result.text)) {
+            if (!args.empty() && words.empty()) // an empty command beside a --then
+                result.text = "'--then' must follow a command and precede another";
+            result.outcome = CommandLine::ERROR;
+            return result;
+        }
+        result.actions.push_back(action);
+        words.clear();
+    }
+    if (!result.options.audioDevice.empty() && !result.options.wavFile.empty()) {
+        result.outcome = CommandLine::ERROR;
+        result.text = "--audio and --wav exclude each other: sound goes to one of them";
+    }
+    return result;
+}
+
+bool SplitWords(const std::string& line, std::vector<std::string>& words) {
+    words.clear();
+    std::string word;
+    bool inWord = false;
+    char quote = 0;
+    for (const char c : line) {
+        if (quote != 0) {
+            if (c == quote)
+                quote = 0;
+            else
+                word += c;
+            continue;
+        }
+        if (c == '#')
+            break;
+        if (c == '\'' || c == '"') {
+            quote = c;
+            inWord = true;
+        } else if (c == ' ' || c == '\t' || c == '\r') {
+            if (inWord)
+                words.push_back(word);
+            word.clear();
+            inWord = false;
+        } else {
+            word += c;
+            inWord = true;
+        }
+    }
+    if (quote != 0)
+        return false;
+    if (inWord)
+        words.push_back(word);
+    return true;
+}
+
+bool ParseScript(const std::string& text, std::vector<Action>& actions, std::string& error) {
+    size_t lineNumber = 0;
+    size_t begin = 0;
+    while (begin <= text.size()) {
+        size_t end = text.find('\n', begin);
+        if (end == std::string::npos)
+            end = text.size();
+        ++lineNumber;
+        std::vector<std::string> words;
+        std::string message;
+        Action action;
+        if (!SplitWords(text.substr(begin, end - begin), words))
+            message = "unterminated quote";
+        else if (!words.empty() && ParseOneCommand(words, nullptr, action, message))
+            actions.push_back(action);
+        if (!message.empty()) {
+            error = "line " + std::to_string(lineNumber) + ": " + message;
+            return false;
+        }
+        begin = end + 1;
+    }
+    return true;
+}
+
+} // namespace nuvcli

@@ -1,0 +1,72 @@
+#include "FileChecks.h"
+
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "ExitCodes.h"
+#include "NuvMIDITypes.h"
+#include "Report.h"
+
+namespace nuvcli {
+namespace {
+
+int CheckReadable(const std::string& path) {
+    // "Default" is the library's name for its own default font, not a file.
+    if (path == "Default" || access(path.c_str(), R_OK) == 0)
+        return EXIT_OK;
+    return Fail(EXIT_BAD_FILE, "cannot read '%s': %s", path.c_str(), strerror(errno));
+}
+
+// The audio output opens the file only when sound starts.
+int CheckWritable(const std::string& path) {
+    bool writable;
+    if (access(path.c_str(), F_OK) == 0) {
+        writable = access(path.c_str(), W_OK) == 0;
+    } else {
+        const size_t slash = path.rfind('/');
+        const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        writable = access(directory.c_str(), W_OK) == 0;
+    }
+    if (writable)
+        return EXIT_OK;
+    return Fail(EXIT_BAD_FILE, "cannot write '%s': %s", path.c_str(), strerror(errno));
+}
+
+} // namespace
+
+int CheckMidiFile(const std::string& path, MidiFileInfo& info) {
+    std::vector<uint8_t> bytes;
+    std::string error;
+    if (!ReadWholeFile(path, bytes, error))
+        return Fail(EXIT_BAD_FILE, "cannot read '%s': %s", path.c_str(), error.c_str());
+    if (!ReadMidiFileInfo(bytes.data(), bytes.size(), info, error))
+        return Fail(EXIT_BAD_FILE, "'%s': %s", path.c_str(), error.c_str());
+    const size_t most = sizeof(_MIDIDeviceInfo::name) - 1;
+    if (path.size() > most)
+        return Fail(EXIT_BAD_FILE, "'%s': the library takes paths of at most %zu characters",
+                    path.c_str(), most);
+    return EXIT_OK;
+}
+
+int CheckFiles(const GlobalOptions& options, const std::vector<Action>& actions) {
+    if (!options.wavFile.empty())
+        if (int code = CheckWritable(options.wavFile))
+            return code;
+    if (!options.font.empty())
+        if (int code = CheckReadable(options.font))
+            return code;
+    for (const Action& action : actions) {
+        MidiFileInfo info;
+        int code = EXIT_OK;
+        if (action.command == Command::Play)
+            code = CheckMidiFile(action.path, info);
+        else if (action.command == Command::Fonts && action.fontsAction == FontsAction::Load)
+            code = CheckReadable(action.path);
+        if (code != EXIT_OK)
+            return code;
+    }
+    return EXIT_OK;
+}
+
+} // namespace nuvcli
