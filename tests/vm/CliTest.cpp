@@ -153,7 +153,10 @@ TEST_F(CliVm, PlayRecordsTheFileIntoAWavOfItsLength) {
     ASSERT_TRUE(ReadWav(wav, pcm, &problem)) << problem;
     EXPECT_GT(Rms(pcm), 0.01);
     EXPECT_NEAR(2.0, SoundingSeconds(pcm, 0.005, 10), 0.3);
-    EXPECT_NEAR(2.0, double(pcm.Frames()) / pcm.rate, 0.4);
+    // Blocks are written until they are silent to the last bit: the reverb's tail comes along.
+    const double written = double(pcm.Frames()) / pcm.rate;
+    EXPECT_GE(written, 2.0);
+    EXPECT_LT(written, 4.5);
     unlink(song.c_str());
     unlink(wav.c_str());
 }
@@ -220,7 +223,7 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
         {{"send", "virtual", "pgm", "0", "1"}, 4, "device 'virtual' is ambiguous: it may be "},
         {{"play", text}, 5, "'/tmp/cli-not-midi.txt': not a standard MIDI file"},
         {{"play", "/tmp/cli-missing.mid"}, 5, "cannot read '/tmp/cli-missing.mid': No such file"},
-        {{"fonts", "load", text}, 5, "the synthesizer cannot load '/tmp/cli-not-midi.txt'"},
+        {{"fonts", "load", text}, 5, "'/tmp/cli-not-midi.txt': not a SoundFont file"},
         {{"query", "fluid", "pressure", "0"},
          1,
          "the synthesizer does not report channel pressure"},

@@ -1,6 +1,7 @@
 #include "FileChecks.h"
 
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -16,6 +17,25 @@ int CheckReadable(const std::string& path) {
     if (path == "Default" || access(path.c_str(), R_OK) == 0)
         return EXIT_OK;
     return Fail(EXIT_BAD_FILE, "cannot read '%s': %s", path.c_str(), strerror(errno));
+}
+
+// A SoundFont 2 (or DLS) file is a RIFF file of that form. Checked here because the
+// synthesizer reports a wrong file on standard error in lines of its own.
+int CheckSoundFont(const std::string& path) {
+    if (path == "Default")
+        return EXIT_OK;
+    if (int code = CheckReadable(path))
+        return code;
+    unsigned char head[12] = {};
+    FILE* file = fopen(path.c_str(), "rb");
+    const size_t got = file != nullptr ? fread(head, 1, sizeof(head), file) : 0;
+    if (file != nullptr)
+        fclose(file);
+    const bool riff = got == sizeof(head) && memcmp(head, "RIFF", 4) == 0 &&
+                      (memcmp(head + 8, "sfbk", 4) == 0 || memcmp(head + 8, "DLS ", 4) == 0);
+    if (!riff)
+        return Fail(EXIT_BAD_FILE, "'%s': not a SoundFont file", path.c_str());
+    return EXIT_OK;
 }
 
 // The audio output opens the file only when sound starts.
@@ -54,7 +74,7 @@ int CheckFiles(const GlobalOptions& options, const std::vector<Action>& actions)
         if (int code = CheckWritable(options.wavFile))
             return code;
     if (!options.font.empty())
-        if (int code = CheckReadable(options.font))
+        if (int code = CheckSoundFont(options.font))
             return code;
     for (const Action& action : actions) {
         MidiFileInfo info;
@@ -62,7 +82,7 @@ int CheckFiles(const GlobalOptions& options, const std::vector<Action>& actions)
         if (action.command == Command::Play)
             code = CheckMidiFile(action.path, info);
         else if (action.command == Command::Fonts && action.fontsAction == FontsAction::Load)
-            code = CheckReadable(action.path);
+            code = CheckSoundFont(action.path);
         if (code != EXIT_OK)
             return code;
     }

@@ -25,7 +25,8 @@ wait_for_text() {
 }
 
 show "$@" devices
-show "$@" --wav "$out/demo.wav" play "$phrase"
+# Through a pipe, play prints one line instead of its progress bar.
+show "$@" --wav "$out/demo.wav" play "$phrase" | cat
 
 # The first snd-virmidi card: its raw node is the keyboard, its client what the library sees.
 card=$(sed -n 's/^ *\([0-9][0-9]*\) \[[^]]*\]: VirMIDI.*/\1/p' /proc/asound/cards 2>/dev/null | head -n 1)
@@ -36,7 +37,7 @@ if [ -z "$card" ]; then
 fi
 keyboard="Virtual Raw MIDI $card-0"
 log=${TMPDIR:-/tmp}/demo-monitor.$$
-printf '\n$ nuvmidi %s monitor --count 6 "%s"    # while the keyboard plays C, E, G\n' "$*" "$keyboard"
+printf '\n$ nuvmidi %smonitor --count 6 "%s"    # while the keyboard plays C, E, G\n' "${*:+$* }" "$keyboard"
 "$nuvmidi" "$@" monitor --count 6 "$keyboard" >"$log" 2>&1 &
 monitor=$!
 if ! wait_for_text "Waiting for data" "$log" 60; then
