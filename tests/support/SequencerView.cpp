@@ -1,8 +1,9 @@
 #include "SequencerView.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 namespace {
@@ -10,10 +11,38 @@ namespace {
 // "128:0, 129:0[real:0]" -> the addresses (a time-stamp marker holds no "digits:digits").
 std::vector<SeqAddress> ParseAddresses(const std::string& list) {
     std::vector<SeqAddress> addresses;
-    static const std::regex address(R"((\d+):(\d+))");
-    for (std::sregex_iterator it(list.begin(), list.end(), address), end; it != end; ++it)
-        addresses.push_back({std::stoi((*it)[1]), std::stoi((*it)[2])});
+    const char* p = list.c_str();
+    while (*p != '\0') {
+        char* end = nullptr;
+        if (isdigit(static_cast<unsigned char>(*p)) &&
+            (p == list.c_str() || !isalnum(static_cast<unsigned char>(p[-1])))) {
+            const long client = strtol(p, &end, 10);
+            if (*end == ':' && isdigit(static_cast<unsigned char>(end[1]))) {
+                const long port = strtol(end + 1, &end, 10);
+                addresses.push_back({static_cast<int>(client), static_cast<int>(port)});
+                p = end;
+                continue;
+            }
+        }
+        ++p;
+    }
     return addresses;
+}
+
+// The text between the first and the last double quote of a line.
+std::string QuotedName(const std::string& line) {
+    const size_t first = line.find('"');
+    const size_t last = line.rfind('"');
+    return first == std::string::npos || last <= first ? ""
+                                                       : line.substr(first + 1, last - first - 1);
+}
+
+// What follows `head` at the start of a line (after blanks), or npos.
+size_t After(const std::string& line, const std::string& head) {
+    const size_t start = line.find_first_not_of(' ');
+    if (start == std::string::npos || line.compare(start, head.size(), head) != 0)
+        return std::string::npos;
+    return start + head.size();
 }
 
 } // namespace
@@ -33,36 +62,39 @@ SequencerView SequencerView::Read() {
     return Parse(text.str());
 }
 
+// Lines of interest:
+//   Client 128 : "MIDI Watcher" [User Legacy]
+//     Port   0 : "listen:1" (-We-)
+//       Connecting To: 129:0
+//       Connected From: 0:1
 SequencerView SequencerView::Parse(const std::string& text) {
-    static const std::regex clientLine(R"re(^Client\s+(\d+) : "(.*)" \[(\w+))re");
-    static const std::regex portLine(R"re(^\s+Port\s+(\d+) : "(.*)" \((.*)\))re");
-    static const std::regex toLine(R"(^\s+Connecting To: (.*)$)");
-    static const std::regex fromLine(R"(^\s+Connected From: (.*)$)");
-
     SequencerView view;
     SeqClientView* client = nullptr;
     SeqPortView* port = nullptr;
     std::istringstream lines(text);
     std::string line;
-    std::smatch m;
+    size_t at;
     while (std::getline(lines, line)) {
-        if (std::regex_search(line, m, clientLine)) {
-            const int number = std::stoi(m[1]);
+        if (line.compare(0, 7, "Client ") == 0) {
+            const int number = atoi(line.c_str() + 7);
             client = &view.m_clients[number];
             client->number = number;
-            client->name = m[2];
-            client->kernel = m[3] == "Kernel";
+            client->name = QuotedName(line);
+            client->kernel = line.find("[Kernel", line.rfind('"')) != std::string::npos;
             port = nullptr;
-        } else if (client != nullptr && std::regex_search(line, m, portLine)) {
-            const int number = std::stoi(m[1]);
+        } else if (client != nullptr && (at = After(line, "Port ")) != std::string::npos) {
+            const int number = atoi(line.c_str() + at);
             port = &client->ports[number];
             port->number = number;
-            port->name = m[2];
-            port->flags = m[3];
-        } else if (port != nullptr && std::regex_search(line, m, toLine)) {
-            port->connectingTo = ParseAddresses(m[1]);
-        } else if (port != nullptr && std::regex_search(line, m, fromLine)) {
-            port->connectedFrom = ParseAddresses(m[1]);
+            port->name = QuotedName(line);
+            const size_t open = line.rfind('(');
+            const size_t close = line.rfind(')');
+            if (open != std::string::npos && close != std::string::npos && close > open)
+                port->flags = line.substr(open + 1, close - open - 1);
+        } else if (port != nullptr && (at = After(line, "Connecting To:")) != std::string::npos) {
+            port->connectingTo = ParseAddresses(line.substr(at));
+        } else if (port != nullptr && (at = After(line, "Connected From:")) != std::string::npos) {
+            port->connectedFrom = ParseAddresses(line.substr(at));
         }
     }
     return view;

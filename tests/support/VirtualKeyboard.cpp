@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <utility>
 
 #include "SequencerView.h"
@@ -16,12 +16,10 @@ namespace {
 std::vector<int> VirmidiCards() {
     std::vector<int> cards;
     std::ifstream file("/proc/asound/cards");
-    static const std::regex cardLine(R"(^\s*(\d+) \[[^\]]*\]: VirMIDI - )");
     std::string line;
-    std::smatch m;
     while (std::getline(file, line))
-        if (std::regex_search(line, m, cardLine))
-            cards.push_back(std::stoi(m[1]));
+        if (line.find("]: VirMIDI - ") != std::string::npos)
+            cards.push_back(atoi(line.c_str()));
     return cards;
 }
 
