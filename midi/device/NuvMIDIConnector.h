@@ -32,11 +32,15 @@ public:
 
     int LoadSoundFontFile(const std::string& path);
     int UnloadSoundFontFile(unsigned int fontId);
-    std::string GetSoundFontIntruments(unsigned int fontId, unsigned int start,
-                                       unsigned int count);
+    std::string GetSoundFontIntruments(unsigned int fontId, unsigned int start, unsigned int count);
 
 private:
+    friend struct NuvMIDIConnectorProbe; // tests read the fields kept for the framework core
+
     _MIDIClientInfo* m_ClientInfo() const { return static_cast<_MIDIClientInfo*>(m_pExtraInfo); }
+    // The client information, or null after logging that `operation` has none to work on
+    // (a candidate that another plug-in's watcher made).
+    _MIDIClientInfo* m_RequireClientInfo(const char* operation) const;
 
     NuvMIDIWatcher* m_pWatcher;
     std::atomic<NuvMIDICallback*> m_pMIDICallback;

@@ -85,7 +85,9 @@ int NuvMIDIDeviceManager::PauseStream(_MIDIDeviceInfo*, _MIDIDeviceInfo*) {
     return NUV_ERR_NOT_IMPLEMENTED;
 }
 
-int NuvMIDIDeviceManager::GetFilePlayStatus() { return m_playFile.status; }
+int NuvMIDIDeviceManager::GetFilePlayStatus() {
+    return m_playFile.status;
+}
 
 int NuvMIDIDeviceManager::SetAppInfo(int appInfo1, int appInfo2, std::string text) {
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);

@@ -21,8 +21,8 @@ class NuvMIDIConnector;
 // The file-playback block; its address is the play thread's argument.
 struct _PlayFileInfo {
     fluid_synth_t* synth;
-    fluid_player_t* player;   // owned by the manager
-    std::atomic<int> status;  // 1: no file playing, 2: playing
+    fluid_player_t* player;  // owned by the manager
+    std::atomic<int> status; // 1: no file playing, 2: playing
     char fileName[256];
 
     // The play thread is detached; the manager waits on `ended` for `threadRunning` to
@@ -63,8 +63,7 @@ private:
 
     int m_CreateRenderer(fluid_synth_t* synth);
     void m_DestroyRenderer();
-    int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest,
-                        bool connect);
+    int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
 
     // The MIDI connector of a device found by id, or null.
     NuvMIDIConnector* m_FindConnector(int id);

@@ -80,8 +80,8 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     char fileName[sizeof m_playFile.fileName] = {};
     memcpy(fileName, src->name, strnlen(src->name, sizeof fileName - 1));
     if (!fluid_is_midifile(fileName)) {
-        print_dlog(NUV_LOG_TRACE, "\n[NuvMIDIDeviceManager::StartStream] [%s] is not valid midi file\n",
-                   fileName);
+        print_dlog(NUV_LOG_TRACE,
+                   "\n[NuvMIDIDeviceManager::StartStream] [%s] is not valid midi file\n", fileName);
         return 0;
     }
 
@@ -100,7 +100,8 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     SetPlayerDefaults(d.synth);
     m_playFile.player = new_fluid_player(d.synth);
     if (m_playFile.player == nullptr) {
-        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream] Player creation failed\n");
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "\n[NuvMIDIDeviceManager::StartStream] Player creation failed\n");
         return 0;
     }
     // Playing from now on, so that a second start cannot slip in before the thread runs.
@@ -118,7 +119,8 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
 }
 
 int NuvMIDIDeviceManager::m_StopFile(_MIDIDeviceInfo* dst) {
-    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::StopStream] File play stop called \n");
+    print_dlog(NUV_LOG_TRACE, "%s\n",
+               "\n[NuvMIDIDeviceManager::StopStream] File play stop called \n");
     std::lock_guard<std::mutex> fileLock(m_fileMutex);
     if (m_playFile.status != kPlaying)
         return 1;

@@ -48,8 +48,8 @@ public:
 private:
     int64_t m_Next() {
         ++m_blocks;
-        const int64_t deadline = m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames *
-                                                  1000000000 / kNuvMIDISampleRate;
+        const int64_t deadline =
+            m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames * 1000000000 / kNuvMIDISampleRate;
         // A loop that fell far behind (a stalled thread, an output that waited long)
         // counts afresh rather than rendering a burst to catch up.
         const int64_t now = NowNs();
@@ -157,8 +157,7 @@ void NuvMIDIRenderer::t_Main() {
     while (!m_stopped) {
         if (fluid_synth_write_s16(m_pSynth, kNuvMIDIBlockFrames, m_pcm_buf, 0, 2, m_pcm_buf, 1,
                                   2) != FLUID_OK) {
-            print_dlog(NUV_LOG_INFO, "%s\n",
-                       "[NuvMIDIRenderer::t_Main] PCM data doesn't exist \n");
+            print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] PCM data doesn't exist \n");
             clock.WaitDropped();
             continue;
         }
@@ -179,7 +178,8 @@ int NuvMIDIRenderer::StopRenderer() {
     NuvMutexGuard guard(m_mutex);
     print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::StopRenderer]_enter!!! \n");
     if (m_stopped) {
-        print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::StopRenderer] Renderer is not running \n");
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "[NuvMIDIRenderer::StopRenderer] Renderer is not running \n");
         return 0;
     }
     m_stopped = true;

@@ -9,7 +9,9 @@
 
 namespace {
 
-bool ValidSource(int type) { return type == MIDI_DEVICE_TYPE_SOURCE || type == MIDI_DEVICE_TYPE_FILE; }
+bool ValidSource(int type) {
+    return type == MIDI_DEVICE_TYPE_SOURCE || type == MIDI_DEVICE_TYPE_FILE;
+}
 bool ValidDestination(int type) {
     return type == MIDI_DEVICE_TYPE_DESTINATION || type == MIDI_DEVICE_TYPE_FILE;
 }
@@ -47,7 +49,8 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     }
     const int kind = src->type | dst->type;
     if (kind == kToFile) {
-        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n");
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n");
         return 0;
     }
     if (kind == kFileToDevice)
@@ -65,7 +68,8 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     destination->GetClientInformation(&d);
     const int result = m_ConnectDevice(s.seq, Address(s), Address(d), true);
     if (result < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
         return result == kSubscriptionBusy ? 2 : 0;
     }
     m_CreateRenderer(d.synth);
@@ -103,7 +107,8 @@ int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst)
     source->GetClientInformation(&s);
     destination->GetClientInformation(&d);
     if (m_ConnectDevice(s.seq, Address(s), Address(d), false) < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n");
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n");
         return NUV_ERR_GENERAL;
     }
     m_DestroyRenderer();
@@ -113,7 +118,8 @@ int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst)
 int NuvMIDIDeviceManager::m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender,
                                           snd_seq_addr_t dest, bool connect) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_ConnectDevice] \n");
-    auto* subscription = static_cast<snd_seq_port_subscribe_t*>(alloca(snd_seq_port_subscribe_sizeof()));
+    auto* subscription =
+        static_cast<snd_seq_port_subscribe_t*>(alloca(snd_seq_port_subscribe_sizeof()));
     memset(subscription, 0, snd_seq_port_subscribe_sizeof());
     snd_seq_port_subscribe_set_sender(subscription, &sender);
     snd_seq_port_subscribe_set_dest(subscription, &dest);

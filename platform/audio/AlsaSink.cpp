@@ -27,9 +27,8 @@ int Configure(NuvAudioSink& sink, const NuvAudioFormat& format) {
     snd_pcm_uframes_t buffer = kNuvAudioPeriodFrames * kNuvAudioPeriods;
     if (snd_pcm_hw_params_any(pcm, hw) < 0 ||
         snd_pcm_hw_params_set_access(pcm, hw, SND_PCM_ACCESS_RW_INTERLEAVED) < 0 ||
-        snd_pcm_hw_params_set_format(pcm, hw,
-                                     format.bytesPerSample == 2 ? SND_PCM_FORMAT_S16_LE
-                                                                : SND_PCM_FORMAT_U8) < 0 ||
+        snd_pcm_hw_params_set_format(
+            pcm, hw, format.bytesPerSample == 2 ? SND_PCM_FORMAT_S16_LE : SND_PCM_FORMAT_U8) < 0 ||
         snd_pcm_hw_params_set_channels(pcm, hw, format.channels) < 0 ||
         snd_pcm_hw_params_set_rate_near(pcm, hw, &rate, nullptr) < 0 ||
         snd_pcm_hw_params_set_period_size_near(pcm, hw, &period, nullptr) < 0 ||
@@ -51,8 +50,7 @@ int Configure(NuvAudioSink& sink, const NuvAudioFormat& format) {
         snd_pcm_sw_params_set_start_threshold(pcm, sw, period) < 0 ||
         snd_pcm_sw_params_set_avail_min(pcm, sw, period) < 0 ||
         snd_pcm_sw_params_set_silence_threshold(pcm, sw, 0) < 0 ||
-        snd_pcm_sw_params_set_silence_size(pcm, sw, boundary) < 0 ||
-        snd_pcm_sw_params(pcm, sw) < 0)
+        snd_pcm_sw_params_set_silence_size(pcm, sw, boundary) < 0 || snd_pcm_sw_params(pcm, sw) < 0)
         return AUDIO_IO_ERROR_NOT_SUPPORTED_TYPE;
     return AUDIO_IO_ERROR_NONE;
 }
@@ -78,8 +76,7 @@ int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
 
 int Prepare(NuvAudioSink* sink) {
     sink->underrunLogged = false;
-    return snd_pcm_prepare(sink->pcm) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION
-                                          : AUDIO_IO_ERROR_NONE;
+    return snd_pcm_prepare(sink->pcm) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION : AUDIO_IO_ERROR_NONE;
 }
 
 void NoteUnderrun(NuvAudioSink* sink) {
@@ -125,9 +122,11 @@ void Close(NuvAudioSink* sink) {
     delete sink;
 }
 
-unsigned long BufferFrames(const NuvAudioSink* sink) { return sink->bufferFrames; }
+unsigned long BufferFrames(const NuvAudioSink* sink) {
+    return sink->bufferFrames;
+}
 
 } // namespace
 
-const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {"alsa",      Open,  Prepare,     Write,
+const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {"alsa",    Open,  Prepare,     Write,
                                                 Unprepare, Close, BufferFrames};

@@ -72,7 +72,9 @@ struct audio_io_s {
     unsigned char scratch[kScratchBytes];
 };
 
-void NuvAudioStats_CountUnderrun() { g_underruns.fetch_add(1, std::memory_order_relaxed); }
+void NuvAudioStats_CountUnderrun() {
+    g_underruns.fetch_add(1, std::memory_order_relaxed);
+}
 
 NUV_AUDIO_API int audio_out_create(int sample_rate, audio_channel_e channel,
                                    audio_sample_type_e type, sound_type_e sound_type,

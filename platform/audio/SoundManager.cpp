@@ -15,9 +15,9 @@ constexpr int kSoundTypes = SOUND_TYPE_VOICE + 1;
 constexpr double kStepDb = 3.0;
 
 static_assert(kSoundTypes == 8, "one starting level per sound type");
-std::atomic<int> g_level[kSoundTypes] = {
-    kNuvSoundMaxVolume, kNuvSoundMaxVolume, kNuvSoundMaxVolume, kNuvSoundMaxVolume,
-    kNuvSoundMaxVolume, kNuvSoundMaxVolume, kNuvSoundMaxVolume, kNuvSoundMaxVolume};
+std::atomic<int> g_level[kSoundTypes] = {kNuvSoundMaxVolume, kNuvSoundMaxVolume, kNuvSoundMaxVolume,
+                                         kNuvSoundMaxVolume, kNuvSoundMaxVolume, kNuvSoundMaxVolume,
+                                         kNuvSoundMaxVolume, kNuvSoundMaxVolume};
 
 const std::array<int32_t, kNuvSoundMaxVolume + 1>& GainTable() {
     static const auto table = [] {
@@ -31,7 +31,9 @@ const std::array<int32_t, kNuvSoundMaxVolume + 1>& GainTable() {
     return table;
 }
 
-bool ValidType(sound_type_e type) { return int(type) >= 0 && int(type) < kSoundTypes; }
+bool ValidType(sound_type_e type) {
+    return int(type) >= 0 && int(type) < kSoundTypes;
+}
 
 } // namespace
 

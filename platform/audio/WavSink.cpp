@@ -17,8 +17,8 @@ struct NuvAudioSink {
     NuvAudioFormat format{};
     uint64_t dataBytes = 0;
     bool running = false;
-    int64_t startNs = 0;     // when the device began playing the current run
-    uint64_t runFrames = 0;  // frames queued since then
+    int64_t startNs = 0;    // when the device began playing the current run
+    uint64_t runFrames = 0; // frames queued since then
 };
 
 namespace {
@@ -32,21 +32,20 @@ void PutLE(unsigned char* at, uint32_t value, int bytes) {
 
 // Writes the 44-byte header for the data written so far and returns to the end.
 void WriteHeader(NuvAudioSink* sink) {
-    const uint32_t data = sink->dataBytes > 0xFFFFFFFFu - 36 ? 0xFFFFFFFFu - 36
-                                                             : uint32_t(sink->dataBytes);
+    const uint32_t data =
+        sink->dataBytes > 0xFFFFFFFFu - 36 ? 0xFFFFFFFFu - 36 : uint32_t(sink->dataBytes);
     const NuvAudioFormat& f = sink->format;
-    unsigned char h[44] = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V', 'E',
-                           'f', 'm', 't', ' ', 0, 0, 0, 0, 0, 0, 0, 0,
-                           0,   0,   0,   0,   0, 0, 0, 0, 0, 0, 0, 0,
-                           'd', 'a', 't', 'a', 0, 0, 0, 0};
+    unsigned char h[44] = {'R', 'I', 'F', 'F', 0, 0, 0,   0,   'W', 'A', 'V', 'E', 'f', 'm', 't',
+                           ' ', 0,   0,   0,   0, 0, 0,   0,   0,   0,   0,   0,   0,   0,   0,
+                           0,   0,   0,   0,   0, 0, 'd', 'a', 't', 'a', 0,   0,   0,   0};
     PutLE(h + 4, 36 + data, 4);
-    PutLE(h + 16, 16, 4);                             // fmt chunk size
-    PutLE(h + 20, 1, 2);                              // PCM
+    PutLE(h + 16, 16, 4); // fmt chunk size
+    PutLE(h + 20, 1, 2);  // PCM
     PutLE(h + 22, f.channels, 2);
     PutLE(h + 24, f.rate, 4);
-    PutLE(h + 28, f.rate * f.FrameBytes(), 4);        // bytes per second
-    PutLE(h + 32, f.FrameBytes(), 2);                 // block align
-    PutLE(h + 34, f.bytesPerSample * 8, 2);           // bits per sample
+    PutLE(h + 28, f.rate * f.FrameBytes(), 4); // bytes per second
+    PutLE(h + 32, f.FrameBytes(), 2);          // block align
+    PutLE(h + 34, f.bytesPerSample * 8, 2);    // bits per sample
     PutLE(h + 40, data, 4);
     std::fseek(sink->file, 0, SEEK_SET);
     std::fwrite(h, 1, sizeof h, sink->file);
@@ -120,7 +119,9 @@ void Close(NuvAudioSink* sink) {
     delete sink;
 }
 
-unsigned long BufferFrames(const NuvAudioSink*) { return kBufferFrames; }
+unsigned long BufferFrames(const NuvAudioSink*) {
+    return kBufferFrames;
+}
 
 } // namespace
 

@@ -9,7 +9,9 @@ constexpr snd_pcm_uframes_t kPeriod = 1024;
 
 LoopbackCapture::LoopbackCapture(std::string pcmName) : m_pcmName(std::move(pcmName)) {}
 
-LoopbackCapture::~LoopbackCapture() { Stop(); }
+LoopbackCapture::~LoopbackCapture() {
+    Stop();
+}
 
 bool LoopbackCapture::Start(std::string* problem) {
     int err = snd_pcm_open(&m_pcm, m_pcmName.c_str(), SND_PCM_STREAM_CAPTURE, 0);

@@ -7,24 +7,31 @@
 MidiFileWriter::MidiFileWriter(int format, int ticksPerQuarter)
     : m_format(format), m_ticksPerQuarter(ticksPerQuarter), m_tempo(500000), m_length(0) {}
 
-void MidiFileWriter::SetTempo(int microsecondsPerQuarter) { m_tempo = microsecondsPerQuarter; }
+void MidiFileWriter::SetTempo(int microsecondsPerQuarter) {
+    m_tempo = microsecondsPerQuarter;
+}
 
 uint32_t MidiFileWriter::m_Ticks(double seconds) const {
     return uint32_t(std::lround(seconds * 1e6 / m_tempo * m_ticksPerQuarter));
 }
 
 void MidiFileWriter::AddProgramChange(int channel, int program, double atSeconds) {
-    m_events.push_back({m_Ticks(atSeconds), 0, {uint8_t(0xC0 | (channel & 15)), uint8_t(program & 127)}});
+    m_events.push_back(
+        {m_Ticks(atSeconds), 0, {uint8_t(0xC0 | (channel & 15)), uint8_t(program & 127)}});
 }
 
 void MidiFileWriter::AddNote(int channel, int note, int velocity, double startSeconds,
                              double lengthSeconds) {
     const uint8_t ch = uint8_t(channel & 15);
-    m_events.push_back({m_Ticks(startSeconds), 1, {uint8_t(0x90 | ch), uint8_t(note), uint8_t(velocity)}});
-    m_events.push_back({m_Ticks(startSeconds + lengthSeconds), 0, {uint8_t(0x80 | ch), uint8_t(note), 0}});
+    m_events.push_back(
+        {m_Ticks(startSeconds), 1, {uint8_t(0x90 | ch), uint8_t(note), uint8_t(velocity)}});
+    m_events.push_back(
+        {m_Ticks(startSeconds + lengthSeconds), 0, {uint8_t(0x80 | ch), uint8_t(note), 0}});
 }
 
-void MidiFileWriter::SetLength(double seconds) { m_length = seconds; }
+void MidiFileWriter::SetLength(double seconds) {
+    m_length = seconds;
+}
 
 double MidiFileWriter::LengthSeconds() const {
     uint32_t last = m_Ticks(m_length);
@@ -69,15 +76,27 @@ std::vector<uint8_t> MidiFileWriter::m_Track(const std::vector<Event>& events,
 
     std::vector<uint8_t> track = {'M', 'T', 'r', 'k'};
     const uint32_t size = uint32_t(body.size());
-    track.insert(track.end(), {uint8_t(size >> 24), uint8_t(size >> 16), uint8_t(size >> 8), uint8_t(size)});
+    track.insert(track.end(),
+                 {uint8_t(size >> 24), uint8_t(size >> 16), uint8_t(size >> 8), uint8_t(size)});
     track.insert(track.end(), body.begin(), body.end());
     return track;
 }
 
 std::vector<uint8_t> MidiFileWriter::Bytes() const {
     const int tracks = m_format == 0 ? 1 : 2;
-    std::vector<uint8_t> out = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, uint8_t(m_format), 0,
-                                uint8_t(tracks), uint8_t(m_ticksPerQuarter >> 8),
+    std::vector<uint8_t> out = {'M',
+                                'T',
+                                'h',
+                                'd',
+                                0,
+                                0,
+                                0,
+                                6,
+                                0,
+                                uint8_t(m_format),
+                                0,
+                                uint8_t(tracks),
+                                uint8_t(m_ticksPerQuarter >> 8),
                                 uint8_t(m_ticksPerQuarter)};
     std::vector<uint8_t> first = m_Track(m_format == 0 ? m_events : std::vector<Event>{}, true);
     out.insert(out.end(), first.begin(), first.end());

@@ -51,7 +51,8 @@ bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
         return Fail(problem, "RIFF or data size does not match the file");
     out.channels = int(LE(h + 22, 2));
     out.rate = int(LE(h + 24, 4));
-    if (LE(h + 32, 2) != uint32_t(out.channels * 2) || LE(h + 28, 4) != uint32_t(out.rate * out.channels * 2))
+    if (LE(h + 32, 2) != uint32_t(out.channels * 2) ||
+        LE(h + 28, 4) != uint32_t(out.rate * out.channels * 2))
         return Fail(problem, "inconsistent block align or byte rate");
     out.samples.resize(data / 2);
     for (size_t i = 0; i < out.samples.size(); ++i)

@@ -35,9 +35,9 @@ protected:
     }
 
     void OpenPrepared() {
-        ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_STEREO,
-                                                        AUDIO_SAMPLE_TYPE_S16_LE,
-                                                        SOUND_TYPE_MEDIA, &m_out));
+        ASSERT_EQ(AUDIO_IO_ERROR_NONE,
+                  audio_out_create(kRate, AUDIO_CHANNEL_STEREO, AUDIO_SAMPLE_TYPE_S16_LE,
+                                   SOUND_TYPE_MEDIA, &m_out));
         ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_prepare(m_out));
     }
 
@@ -65,7 +65,7 @@ TEST_F(WavSink, RecordsExactlyWhatWasWrittenWithAMatchingHeader) {
     OpenPrepared();
     int size = 0;
     EXPECT_EQ(AUDIO_IO_ERROR_NONE, audio_out_get_buffer_size(m_out, &size));
-    EXPECT_EQ(1024 * 4, size);
+    EXPECT_EQ(2048 * 4, size) << "four 512-frame periods of 4 bytes";
     WriteBlocks(10, 1234);
     ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_unprepare(m_out));
 
@@ -92,8 +92,8 @@ TEST_F(WavSink, WriterIsPacedAtRealTimeOnceTheBufferIsFull) {
     WriteBlocks(kRate / 4 / kBlockFrames, 100); // a quarter of a second
     const double elapsed =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    // All but the last buffer's worth (21.3 ms) must have been played before the last write.
-    EXPECT_GE(elapsed, 0.25 - 0.0214 - 0.002);
+    // All but the last buffer's worth (42.7 ms) must have been played before the last write.
+    EXPECT_GE(elapsed, 0.25 - 0.0427 - 0.002);
 }
 
 TEST_F(WavSink, SystemVolumeLevelScalesTheSamples) {
@@ -136,19 +136,9 @@ TEST_F(WavSink, APauseLongerThanTheBufferIsOneUnderrunAndContinuousWritingNone) 
     WriteBlocks(100, 1);
     EXPECT_EQ(before, nuv_audio_out_get_underrun_count());
     // The writer pauses (silence is not written) for longer than the buffer lasts.
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     WriteBlocks(10, 1);
     EXPECT_EQ(before + 1, nuv_audio_out_get_underrun_count());
-}
-
-TEST_F(WavSink, StatisticsCountWritesAndFrames) {
-    OpenPrepared();
-    nuv_audio_out_stats_s before{}, after{};
-    nuv_audio_out_get_stats(&before);
-    WriteBlocks(3, 5);
-    nuv_audio_out_get_stats(&after);
-    EXPECT_EQ(before.writes + 3, after.writes);
-    EXPECT_EQ(before.frames_written + 3 * kBlockFrames, after.frames_written);
 }
 
 TEST(AudioOut, RefusesWhatItCannotPlay) {
@@ -169,8 +159,8 @@ TEST(AudioOut, WriteBeforePrepareIsAnInvalidState) {
     const std::string path = ::testing::TempDir() + "nuv_unprepared.wav";
     nuv_audio_out_set_wav_file(path.c_str());
     audio_out_h out = nullptr;
-    ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_MONO,
-                                                    AUDIO_SAMPLE_TYPE_U8, SOUND_TYPE_SYSTEM, &out));
+    ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_create(kRate, AUDIO_CHANNEL_MONO, AUDIO_SAMPLE_TYPE_U8,
+                                                    SOUND_TYPE_SYSTEM, &out));
     unsigned char block[64] = {};
     EXPECT_EQ(AUDIO_IO_ERROR_INVALID_STATE, audio_out_write(out, block, sizeof block));
     audio_out_destroy(out);

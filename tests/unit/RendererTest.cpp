@@ -88,7 +88,9 @@ protected:
         ASSERT_EQ(0, m_renderer.Create(m_synth, 5, 7, "abc"));
         m_created = true;
     }
-    bool LoadFont() { return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth, kFont, 1) >= 0; }
+    bool LoadFont() {
+        return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth, kFont, 1) >= 0;
+    }
     static unsigned long FramesWritten() {
         nuv_audio_out_stats_s stats{};
         nuv_audio_out_get_stats(&stats);
@@ -111,7 +113,8 @@ TEST_F(Renderer, CreateSetsTheSystemVolumeOneStepBelowItsMaximum) {
     sound_manager_get_volume(SOUND_TYPE_SYSTEM, &level);
     EXPECT_EQ(14, level);
     EXPECT_TRUE(log.Has("INFO: NuvMIDIRenderer::Create().\n\n", NUV_LOG_INFO));
-    EXPECT_TRUE(log.Has("INFO: NuvMIDIRenderer::Create(). sound_manager_set_volume=14 \n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("INFO: NuvMIDIRenderer::Create(). sound_manager_set_volume=14 \n", NUV_LOG_INFO));
 }
 
 TEST_F(Renderer, ANoteIsWrittenToTheOutputAtItsPitch) {
@@ -143,7 +146,8 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndCostsLittleTime) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     m_renderer.StopRenderer();
     getrusage(RUSAGE_SELF, &after);
-    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
     const double cpu = seconds(after.ru_utime) + seconds(after.ru_stime) -
                        seconds(before.ru_utime) - seconds(before.ru_stime);
@@ -160,11 +164,13 @@ TEST_F(Renderer, StartingTwiceAndStoppingTwiceChangeNothing) {
     LogCapture log;
     EXPECT_EQ(0, m_renderer.StartRenderer());
     EXPECT_EQ(0, m_renderer.StartRenderer());
-    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StartRenderer] Renderer already running.\n\n", NUV_LOG_INFO));
+    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StartRenderer] Renderer already running.\n\n",
+                           NUV_LOG_INFO));
     EXPECT_EQ(1, log.Count("[NuvMIDIRenderer]NuvThread:: Create \n\n"));
     EXPECT_EQ(0, m_renderer.StopRenderer());
     EXPECT_EQ(0, m_renderer.StopRenderer());
-    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] Renderer is not running \n\n", NUV_LOG_INFO));
+    EXPECT_EQ(
+        1, log.Count("[NuvMIDIRenderer::StopRenderer] Renderer is not running \n\n", NUV_LOG_INFO));
     EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] After Close m_pcm_handle! \n\n"));
     EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::t_Main] END .\n\n"));
 }

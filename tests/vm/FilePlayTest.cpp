@@ -32,7 +32,7 @@ protected:
     // A file of steady organ chords that sounds for `seconds`.
     std::string WriteSong(const std::string& name, double seconds, int format = 1) {
         MidiFileWriter song(format);
-        song.AddProgramChange(0, 19, 0);
+        song.AddProgramChange(0, 20, 0); // reed organ: steady while held
         for (double t = 0; t + 0.25 <= seconds; t += 0.25) {
             song.AddNote(0, 60, 100, t, 0.25);
             song.AddNote(0, 64, 100, t, 0.25);
@@ -85,7 +85,8 @@ TEST_F(FilePlay, StopWhilePlayingAnswersZeroAndTheStatusIsIdleAtOnce) {
     LogCapture log;
     EXPECT_EQ(0, Stop());
     EXPECT_EQ(1, m_manager->GetFilePlayStatus());
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] File play stop called \n\n", NUV_LOG_TRACE));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StopStream] File play stop called \n\n", NUV_LOG_TRACE));
     EXPECT_EQ(1, Stop()) << "nothing is playing any more";
     // A new file plays after a stop, on a new player.
     ASSERT_EQ(1, Start(WriteSong("next.mid", 0.5)));
@@ -106,12 +107,13 @@ TEST_F(FilePlay, ASecondFileWhileOnePlaysAnswersOneAndIsNotQueued) {
 
 TEST_F(FilePlay, PathsThatAreNotMidiFilesAreRefused) {
     const std::string text = m_dir + "/notes.txt";
-    std::ofstream(text) << "MThd is not enough\n";
+    std::ofstream(text) << "a text, not a MIDI file\n";
     for (const std::string& path : {m_dir + "/missing.mid", text, std::string()}) {
         LogCapture log;
         EXPECT_EQ(0, Start(path)) << path;
-        EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] [" + path + "] is not valid midi file\n",
-                            NUV_LOG_TRACE));
+        EXPECT_TRUE(
+            log.Has("\n[NuvMIDIDeviceManager::StartStream] [" + path + "] is not valid midi file\n",
+                    NUV_LOG_TRACE));
         EXPECT_EQ(1, m_manager->GetFilePlayStatus());
     }
     EXPECT_EQ(0, RendererUsers());
@@ -148,10 +150,12 @@ TEST_F(FilePlay, StartAndStopNeedAKnownDestination) {
     unknown.id = 4242;
     LogCapture log;
     EXPECT_EQ(0, m_manager->StartStream(&src, &unknown));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
     ASSERT_EQ(1, m_manager->StartStream(&src, &m_dst));
     EXPECT_EQ(9999, m_manager->StopStream(&src, &unknown));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StopStream] Can't find Device(4242) \n", NUV_LOG_INFO));
     EXPECT_EQ(2, m_manager->GetFilePlayStatus()) << "the file goes on";
 }
 

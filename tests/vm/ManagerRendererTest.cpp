@@ -16,6 +16,7 @@ TEST_F(ManagerRenderer, AFreshManagerHasNoRendererAndNoFilePlaying) {
     EXPECT_EQ(1, m_manager->GetFilePlayStatus());
     EXPECT_EQ(nullptr, m_manager->GetDevice(4242));
     EXPECT_EQ(nullptr, m_manager->CreateDevice("No Such Device"));
+    EXPECT_EQ(1, m_manager->SetAppInfo(5, 7, std::string("abc\0def", 7)));
     EXPECT_EQ(0, RendererUsers());
 }
 
@@ -42,17 +43,11 @@ TEST_F(ManagerRenderer, TakingDevicesAddsOneUserOnlyWhenThereIsNone) {
     EXPECT_EQ(1, RendererUsers());
 }
 
-TEST_F(ManagerRenderer, SetAppInfoAnswersOne) {
-    EXPECT_EQ(1, m_manager->SetAppInfo(5, 7, std::string("abc\0def", 7)));
-    INuvMIDIDevice* a = TakeKeyboard(0);
-    ASSERT_NE(nullptr, a);
-    EXPECT_EQ(1, RendererUsers());
-}
-
 TEST_F(ManagerRenderer, StreamsAddAndRemoveUsersAndTheLastStopEndsTheRenderer) {
     INuvMIDIDevice* a = CreateKeyboard(0);
     INuvMIDIDevice* b = CreateKeyboard(1);
-    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
+                    dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
     ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
     EXPECT_EQ(1, RendererUsers()) << "a stream is the first user";
     EXPECT_EQ(a, m_manager->GetDevice(a->GetID()));
@@ -75,7 +70,8 @@ TEST_F(ManagerRenderer, AStopWithoutAStartNeverTakesTheCountBelowZero) {
     // Someone else connected the pair; the manager's stop removes it all the same.
     const std::string connect = "aconnect " + std::string(ia.UID) + ":0 " + ib.UID + ":0";
     ASSERT_EQ(0, std::system(connect.c_str()));
-    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
+                    dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
     EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
     EXPECT_EQ(0, RendererUsers());
     EXPECT_EQ(a, m_manager->GetDevice(a->GetID()));
@@ -86,9 +82,11 @@ TEST_F(ManagerRenderer, AStopWithoutAStartNeverTakesTheCountBelowZero) {
 TEST_F(ManagerRenderer, DestroyingTheLibraryStopsARendererWithSeveralUsers) {
     INuvMIDIDevice* a = TakeKeyboard(0);
     INuvMIDIDevice* b = TakeKeyboard(1);
-    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
+                    dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
     ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
-    _MIDIDeviceInfo back = End(b, MIDI_DEVICE_TYPE_SOURCE), to = End(a, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo back = End(b, MIDI_DEVICE_TYPE_SOURCE),
+                    to = End(a, MIDI_DEVICE_TYPE_DESTINATION);
     ASSERT_EQ(1, m_manager->StartStream(&back, &to));
     EXPECT_EQ(3, RendererUsers());
     LogCapture log;

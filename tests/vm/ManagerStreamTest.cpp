@@ -59,7 +59,8 @@ TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow)
     INuvMIDIDevice* b = TakeKeyboard(1);
     ASSERT_NE(nullptr, a);
     ASSERT_NE(nullptr, b);
-    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
+                    dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
 
     ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
     EXPECT_TRUE(AconnectShows(ClientOf(a), ClientOf(b)));
@@ -68,6 +69,8 @@ TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow)
     const int in = open(KeyboardNode(1).c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_GE(out, 0) << KeyboardNode(0);
     ASSERT_GE(in, 0) << KeyboardNode(1);
+    unsigned char none[1];
+    EXPECT_EQ(-1, read(in, none, 1)) << "a virtual keyboard's input starts with its first read";
     const unsigned char noteOn[] = {0x90, 0x3C, 0x64};
     ASSERT_EQ(3, write(out, noteOn, sizeof noteOn));
     std::string received;
@@ -91,12 +94,14 @@ TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow)
 TEST_F(ManagerStreams, SecondStartOfTheSamePairIsBusyAndAddsNoRendererUser) {
     INuvMIDIDevice* a = TakeKeyboard(0);
     INuvMIDIDevice* b = TakeKeyboard(1);
-    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
+                    dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
     ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
     EXPECT_EQ(2, RendererUsers());
     LogCapture log;
     EXPECT_EQ(2, m_manager->StartStream(&src, &dst));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n\n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n\n", NUV_LOG_INFO));
     EXPECT_EQ(2, RendererUsers());
     EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
     EXPECT_EQ(1, RendererUsers());
@@ -105,11 +110,13 @@ TEST_F(ManagerStreams, SecondStartOfTheSamePairIsBusyAndAddsNoRendererUser) {
 TEST_F(ManagerStreams, StoppingAPairNeverConnectedFailsAndKeepsTheRenderer) {
     INuvMIDIDevice* a = TakeKeyboard(0);
     INuvMIDIDevice* b = TakeKeyboard(1);
-    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE), dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
+    _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
+                    dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
     LogCapture log;
     EXPECT_EQ(9999, m_manager->StopStream(&src, &dst));
     EXPECT_TRUE(log.Has("\n There was no connection\n \n", NUV_LOG_INFO));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n\n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n\n", NUV_LOG_INFO));
     EXPECT_EQ(1, RendererUsers());
 }
 
@@ -120,13 +127,16 @@ TEST_F(ManagerStreams, UnknownDevicesAreRefusedByStartAndStop) {
     dst.type = MIDI_DEVICE_TYPE_DESTINATION;
     LogCapture log;
     EXPECT_EQ(0, m_manager->StartStream(&src, &dst));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
     EXPECT_EQ(9999, m_manager->StopStream(&src, &dst));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StopStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StopStream] Can't find Device(4242) \n", NUV_LOG_INFO));
     std::swap(src.id, dst.id);
     log.Clear();
     EXPECT_EQ(0, m_manager->StartStream(&src, &dst));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIDeviceManager::StartStream] Can't find Device(4242) \n", NUV_LOG_INFO));
     EXPECT_EQ(0, RendererUsers());
 }
 
@@ -142,13 +152,17 @@ TEST_F(ManagerStreams, EveryRefusedPairOfEndTypesHasItsAnswerAndLine) {
          "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[1] name [src]\n"},
         {3, 1, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[3] name [src]\n",
          "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[3] name [src]\n"},
-        {-1, 1, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[-1] name [src]\n",
+        {-1, 1, 0, 9901,
+         "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[-1] name [src]\n",
          "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[-1] name [src]\n"},
-        {0, 0, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[0] name [dst]\n",
+        {0, 0, 0, 9901,
+         "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[0] name [dst]\n",
          "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[0] name [dst]\n"},
-        {2, 0, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[0] name [dst]\n",
+        {2, 0, 0, 9901,
+         "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[0] name [dst]\n",
          "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[0] name [dst]\n"},
-        {0, 3, 0, 9901, "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[3] name [dst]\n",
+        {0, 3, 0, 9901,
+         "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[3] name [dst]\n",
          "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[3] name [dst]\n"},
         {0, 2, 0, 9900, "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n\n", nullptr},
         {2, 2, 0, 9900, "\n[NuvMIDIDeviceManager::StartStream] Not implemented \n\n", nullptr},

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -35,7 +36,14 @@ protected:
         ASSERT_TRUE(WaitFor([&] { return m_FindKeyboards() >= 2; }, std::chrono::seconds(10)))
             << "the VM's two virtual keyboards were not found";
     }
-    void TearDown() override { NuvMIDIEntry::DeleteInstance(); }
+    void TearDown() override {
+        NuvMIDIEntry::DeleteInstance();
+        // Subscriptions between the keyboards outlive the library: leave none behind.
+        for (size_t a = 0; a < m_clients.size(); ++a)
+            for (size_t b = 0; b < m_clients.size(); ++b)
+                if (a != b)
+                    m_Disconnect(m_clients[a], m_clients[b]);
+    }
 
     NuvMIDIDeviceManager* Impl() const { return static_cast<NuvMIDIDeviceManager*>(m_manager); }
     int RendererUsers() const { return NuvMIDIDeviceManagerProbe::RendererUsers(Impl()); }
@@ -60,7 +68,8 @@ protected:
 
     static _MIDIDeviceInfo End(INuvMIDIDevice* device, int type) {
         _MIDIDeviceInfo info{};
-        std::snprintf(info.name, sizeof info.name, "device %d", device != nullptr ? device->GetID() : -1);
+        std::snprintf(info.name, sizeof info.name, "device %d",
+                      device != nullptr ? device->GetID() : -1);
         info.id = device != nullptr ? device->GetID() : -1;
         info.type = type;
         return info;
@@ -75,20 +84,38 @@ protected:
     INuvMIDIDeviceManager* m_manager = nullptr;
 
 private:
+    static void m_Disconnect(int from, int to) {
+        snd_seq_t* seq = nullptr;
+        if (snd_seq_open(&seq, "default", SND_SEQ_OPEN_DUPLEX, 0) < 0)
+            return;
+        snd_seq_port_subscribe_t* subscription;
+        snd_seq_port_subscribe_alloca(&subscription);
+        const snd_seq_addr_t sender{static_cast<unsigned char>(from), 0};
+        const snd_seq_addr_t dest{static_cast<unsigned char>(to), 0};
+        snd_seq_port_subscribe_set_sender(subscription, &sender);
+        snd_seq_port_subscribe_set_dest(subscription, &dest);
+        snd_seq_unsubscribe_port(seq, subscription);
+        snd_seq_close(seq);
+    }
+
     size_t m_FindKeyboards() {
         m_keyboards.clear();
+        m_clients.clear();
         for (int index = 0;; ++index) {
             _NuvDevInfo info{};
             bool created = false;
             if (m_manager->GetConnectedDeviceInfo(info, created, index) != 0)
                 break;
-            if (std::strncmp(info.deviceName, "Virtual Raw MIDI", 16) == 0)
+            if (std::strncmp(info.deviceName, "Virtual Raw MIDI", 16) == 0) {
                 m_keyboards.push_back(info.deviceName);
+                m_clients.push_back(std::atoi(info.UID));
+            }
         }
         return m_keyboards.size();
     }
 
     std::vector<std::string> m_keyboards;
+    std::vector<int> m_clients;
 };
 
 #endif

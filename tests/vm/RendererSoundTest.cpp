@@ -10,6 +10,7 @@ namespace {
 
 constexpr double kHeard = 0.003;   // well above the dither of an idle synthesizer
 constexpr double kSilent = 0.0003; // a decayed note
+constexpr int kReedOrgan = 20;     // steady while held, with a clear fundamental
 
 class RendererSound : public ManagerVmTest {
 protected:
@@ -49,8 +50,8 @@ protected:
 };
 
 TEST_F(RendererSound, ANoteOnIsHeardAtItsPitchAndANoteOffLetsItDecayToSilence) {
-    Send(MIDI_EVENT_PROGRAM_CHANGE, 0, 0, 19); // church organ: a steady tone
-    Send(MIDI_EVENT_NOTE_ON, 0, 69, 127);        // A4
+    Send(MIDI_EVENT_PROGRAM_CHANGE, 0, 0, kReedOrgan);
+    Send(MIDI_EVENT_NOTE_ON, 0, 69, 127); // A4
     ASSERT_TRUE(WaitHeard()) << "level " << m_capture.RecentRms(50);
     const Pcm tone = RecordFor(300);
     EXPECT_GT(Rms(tone), kHeard);
@@ -58,7 +59,8 @@ TEST_F(RendererSound, ANoteOnIsHeardAtItsPitchAndANoteOffLetsItDecayToSilence) {
     EXPECT_NEAR(440.0, f, 440.0 * 0.03);
 
     Send(MIDI_EVENT_NOTE_OFF, 0, 69, 0);
-    EXPECT_TRUE(WaitFor([&] { return m_capture.RecentRms(100) < kSilent; }, std::chrono::seconds(5)))
+    EXPECT_TRUE(
+        WaitFor([&] { return m_capture.RecentRms(100) < kSilent; }, std::chrono::seconds(5)))
         << "level " << m_capture.RecentRms(100);
 }
 
@@ -66,14 +68,14 @@ TEST_F(RendererSound, TheSystemVolumeLevelChangesWhatIsHeard) {
     int level = 0;
     sound_manager_get_volume(SOUND_TYPE_SYSTEM, &level);
     EXPECT_EQ(14, level) << "the renderer sets one step below the maximum";
-    Send(MIDI_EVENT_PROGRAM_CHANGE, 0, 0, 19);
+    Send(MIDI_EVENT_PROGRAM_CHANGE, 0, 0, kReedOrgan);
     Send(MIDI_EVENT_NOTE_ON, 0, 57, 127);
     ASSERT_TRUE(WaitHeard());
     RecordFor(100); // past the attack
     const double loud = Rms(RecordFor(300));
 
     sound_manager_set_volume(SOUND_TYPE_SYSTEM, 7); // 21 dB lower
-    RecordFor(100); // what was queued at the old level plays out
+    RecordFor(100);                                 // what was queued at the old level plays out
     const double quiet = Rms(RecordFor(300));
     sound_manager_set_volume(SOUND_TYPE_SYSTEM, 14);
     Send(MIDI_EVENT_NOTE_OFF, 0, 57, 0);

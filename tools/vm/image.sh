@@ -125,7 +125,8 @@ image_root_links() {
     [[ -L /$dir ]] || continue
     target=$(readlink "/$dir")
     ln -sfn "$target" "$root/$dir"
-    [[ $target == /* ]] && mkdir -p "$root$target" || mkdir -p "$root/$target"
+    [[ $target == /* ]] || target=/$target
+    mkdir -p "$root$target"
   done
 }
 
@@ -191,10 +192,11 @@ image_base_fingerprint() {
 }
 
 # Builds the base archive into OUT and the list of host libraries it carries into
-# OUT.libs. Writes next to OUT first and renames, so concurrent runs never see half a file.
+# OUT.libs, staging the files under WORK_DIR. Writes next to OUT first and renames, so
+# concurrent runs never see half a file.
 image_build_base() {
-  local version=$1 harness_dir=$2 out=$3 root tool path applet group name file source
-  root=$(mktemp -d "${out%/*}/.staging.XXXXXX")
+  local version=$1 harness_dir=$2 out=$3 root=$4/base tool path applet group name file source
+  mkdir -p "$root"
   image_root_links "$root"
   mkdir -p "$root"/{proc,sys,dev,tmp,root,out,etc/nuv-vm,usr/share/tallowin}
 

@@ -41,7 +41,7 @@ status=0
   -- sh /selftest/guest.sh || status=$?
 check "the command's exit status comes back (42, got $status)" [ "$status" -eq 42 ]
 check 'a file written to /out appears on the host' [ -s "$work/out/guest-result" ]
-read -r _ guest_passed _ guest_failed <"$work/out/guest-result" 2>/dev/null || guest_passed=0 guest_failed=?
+read -r _ guest_passed _ guest_failed <"$work/out/guest-result" 2>/dev/null || guest_passed=0 guest_failed='?'
 check "the in-VM checks passed ($guest_passed passed, $guest_failed failed)" [ "$guest_failed" = 0 ]
 check "the tone played to \"default\" is captured at hw:Loopback,1,0 (peak $(peak "$work/out/tone-capture.wav"))" \
   audible "$work/out/tone-capture.wav"

@@ -1,0 +1,99 @@
+#include "NuvMIDIDevice.h"
+
+#include <string.h>
+
+#include "NuvLog"
+#include "NuvMIDIConnector.h"
+#include "NuvResult"
+
+// The framework hands every device of this library a connector that this library's
+// connection manager made, so the connector is a MIDI connector.
+NuvMIDIDevice::NuvMIDIDevice(NuvConnector* connector, int id)
+    : NuvDevice(connector, id), m_pConnector(static_cast<NuvMIDIConnector*>(connector)) {
+    m_nType = NUV_DEVICE_TYPE_MIDI;
+}
+
+// The connector is the connection manager's; Destroy has already let go of it.
+NuvMIDIDevice::~NuvMIDIDevice() {}
+
+int NuvMIDIDevice::GetType() {
+    return m_nType;
+}
+
+int NuvMIDIDevice::GetID() {
+    return m_nID;
+}
+
+void NuvMIDIDevice::GetDevInfo(_NuvDevInfo& info) {
+    memcpy(&info, &m_pConnector->GetDevInfo(), sizeof(info));
+}
+
+// Each registration registers the device with its connector again, so with two host
+// callbacks every event reaches each of them twice; unregistering any one of them
+// unregisters the device altogether.
+int NuvMIDIDevice::RegisterCallback(NuvCallback* callback) {
+    NuvCallbackHandler::RegisterCallback(callback);
+    return m_pConnector->RegisterMIDICallback(this);
+}
+
+int NuvMIDIDevice::UnregisterCallback(NuvCallback* callback) {
+    NuvCallbackHandler::UnregisterCallback(callback);
+    return m_pConnector->UnregisterMIDICallback(this);
+}
+
+int NuvMIDIDevice::GetInformation(MIDIEventType type, _MIDIMessage* msg) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::GetInformation]\n");
+    m_pConnector->GetInformation(type, msg);
+    return 0;
+}
+
+int NuvMIDIDevice::SendMessage(MIDIEventType type, _MIDIMessage& msg) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::SendMessage]\n");
+    m_pConnector->SendMessage(type, msg);
+    return 0;
+}
+
+int NuvMIDIDevice::LoadSoundFontFile(const std::string& path) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::LoadSoundFontFile]\n");
+    return m_pConnector->LoadSoundFontFile(path);
+}
+
+int NuvMIDIDevice::UnloadSoundFontFile(unsigned int fontId) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::UnloadSoundFontFile]\n");
+    return m_pConnector->UnloadSoundFontFile(fontId);
+}
+
+std::string NuvMIDIDevice::GetSoundFontIntruments(unsigned int fontId, unsigned int start,
+                                                  unsigned int count) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::GetSoundFontIntruments]\n");
+    return m_pConnector->GetSoundFontIntruments(fontId, start, count);
+}
+
+int NuvMIDIDevice::Create() {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::Create] Enter\n");
+    NuvCallbackHandler::Create();
+    if (m_pConnector->Open() != 0) {
+        NuvCallbackHandler::Destroy();
+        return NUV_ERR_OPEN_CONNECTOR;
+    }
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::Create] Exit\n");
+    return 0;
+}
+
+// The connector stops relaying before the handler goes: once the unregistration has
+// returned, the event thread is no longer inside this device.
+void NuvMIDIDevice::Destroy() {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::Destroy] Enter\n");
+    m_pConnector->UnregisterMIDICallback(this);
+    m_pConnector->Close();
+    NuvCallbackHandler::Destroy();
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::Destroy] Exit\n");
+}
+
+// Runs on the watcher's event thread, for events of this device's client only.
+int NuvMIDIDevice::OnMIDIEvent(int, int code, _MIDIMessage& msg) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::OnMIDIEvent]\n");
+    int id = GetID();
+    ExecuteCallback(code, &id, &msg, nullptr);
+    return 0;
+}

@@ -1,0 +1,382 @@
+// Connectors as the connection manager builds them: what they keep, what they read back
+// from the synthesizer, and how they relay their device's incoming MIDI.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "LogCapture.h"
+#include "MIDITestDevices.h"
+#include "NuvMIDIConnectionManager.h"
+#include "NuvMIDIConnector.h"
+#include "NuvMIDIDeviceChecker.h"
+#include "NuvMIDIWatcher.h"
+#include "SoundFontWriter.h"
+#include "WaitFor.h"
+
+struct NuvMIDIConnectorProbe {
+    static int Type(const NuvMIDIConnector& c) { return c.m_nConnectorType; }
+    static std::string DevicePath(const NuvMIDIConnector& c) {
+        return std::string(c.m_szDevicePath, sizeof(c.m_szDevicePath));
+    }
+    static void* ExtraInfo(const NuvMIDIConnector& c) { return c.m_pExtraInfo; }
+    static NuvMIDIWatcher* Watcher(const NuvMIDIConnector& c) { return c.m_pWatcher; }
+    static NuvMIDICallback* Callback(const NuvMIDIConnector& c) { return c.m_pMIDICallback; }
+};
+
+namespace {
+
+std::string Trace(const char* text) {
+    return std::string(text) + "\n";
+}
+
+// The framework keeps the watcher given to Create; this stands in for that step.
+class ConnectionManagerOf : public NuvMIDIConnectionManager {
+public:
+    explicit ConnectionManagerOf(NuvWatcher* watcher) { m_pWatcher = watcher; }
+};
+
+std::unique_ptr<NuvMIDIConnector> NewConnector(NuvMIDIConnectionManager& manager,
+                                               _NuvDetailDevInfo* info) {
+    return std::unique_ptr<NuvMIDIConnector>(
+        static_cast<NuvMIDIConnector*>(manager.t_NewConnector(info)));
+}
+
+_MIDIMessage Message(int channel, int param, int value) {
+    _MIDIMessage msg;
+    memset(&msg, 0, sizeof(msg));
+    msg.channel = channel;
+    msg.param = param;
+    msg.value = value;
+    return msg;
+}
+
+// --- Creation -------------------------------------------------------------------------
+
+TEST(MIDIConnectorCreation, KeepsTheCandidatesRecordsAndTheManagersWatcher) {
+    NuvMIDIWatcher watcher;
+    ConnectionManagerOf manager(&watcher);
+    TestCandidate candidate(20, "USB Keyboard", nullptr);
+    LogCapture log;
+
+    std::unique_ptr<NuvMIDIConnector> connector = NewConnector(manager, &candidate.info);
+
+    ASSERT_NE(nullptr, connector);
+    EXPECT_EQ(9, NuvMIDIConnectorProbe::Type(*connector));
+    EXPECT_EQ(std::string("MIDIDeviceHandle") + std::string(240, '\0'),
+              NuvMIDIConnectorProbe::DevicePath(*connector));
+    EXPECT_EQ(0, memcmp(&candidate.info.devInfo, &connector->GetDevInfo(), sizeof(_NuvDevInfo)));
+    EXPECT_STREQ("20", connector->GetDevInfo().UID);
+    EXPECT_EQ(512, connector->GetDevInfo().type);
+    EXPECT_EQ(&candidate.client, NuvMIDIConnectorProbe::ExtraInfo(*connector));
+    EXPECT_EQ(&watcher, NuvMIDIConnectorProbe::Watcher(*connector));
+    EXPECT_EQ(nullptr, NuvMIDIConnectorProbe::Callback(*connector));
+    // Creation logs one empty trace line and touches neither sequencer nor synthesizer.
+    const std::vector<LogLine> lines = log.Lines();
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_EQ(NUV_LOG_TRACE, lines[0].level);
+    EXPECT_EQ("\n", lines[0].text);
+}
+
+TEST(MIDIConnectorCreation, ClientInformationIsTheCandidatesOwnRecord) {
+    NuvMIDIWatcher watcher;
+    ConnectionManagerOf manager(&watcher);
+    TestSynthesizer synth;
+    TestCandidate first(20, "First", synth.Get(), nullptr, 0);
+    TestCandidate second(24, "Second", synth.Get(), nullptr, 1);
+    std::unique_ptr<NuvMIDIConnector> a = NewConnector(manager, &first.info);
+    std::unique_ptr<NuvMIDIConnector> b = NewConnector(manager, &second.info);
+
+    // The watcher learns the synthesizer's address after the record was made.
+    first.client.synthClient = 129;
+    first.client.isSynth = 1;
+    _MIDIClientInfo seen;
+    a->GetClientInformation(&seen);
+
+    EXPECT_EQ(0, memcmp(&first.client, &seen, sizeof(seen)));
+    b->GetClientInformation(&seen);
+    EXPECT_EQ(24, seen.client);
+    EXPECT_EQ(1, seen.port);
+    EXPECT_EQ(synth.Get(), seen.synth);
+    EXPECT_EQ(NuvMIDIConnectorProbe::Watcher(*a), NuvMIDIConnectorProbe::Watcher(*b));
+}
+
+TEST(MIDIConnectorCreation, NullCandidateIsReportedAndBuildsNothing) {
+    NuvMIDIWatcher watcher;
+    ConnectionManagerOf manager(&watcher);
+    LogCapture log;
+
+    EXPECT_EQ(nullptr, manager.t_NewConnector(nullptr));
+    EXPECT_EQ(1, log.CountContaining("info != NULL"));
+    EXPECT_EQ(1, log.CountContaining("Nuv/Core/Inc/NuvConnector:84"));
+}
+
+TEST(MIDIConnectorCreation, CheckerAcceptsEveryCandidateAsNotImplemented) {
+    NuvMIDIDeviceChecker checker;
+    TestCandidate candidate(20, "Keyboard", nullptr);
+    LogCapture log;
+
+    EXPECT_EQ(9900, checker.t_CheckDevice(&candidate.info));
+    EXPECT_EQ(9900, checker.t_CheckDevice(nullptr));
+    EXPECT_EQ(2, log.Count("INFO: NOT IMPLEMENTED!\n", NUV_LOG_TRACE));
+}
+
+TEST(MIDIConnectorCreation, LifeCycleOperationsOnlyLog) {
+    TestCandidate candidate(20, "Keyboard", nullptr);
+    NuvMIDIConnector connector(&candidate.info, nullptr);
+    LogCapture log;
+
+    EXPECT_EQ(0, connector.Create());
+    EXPECT_EQ(0, connector.Open());
+    connector.Close();
+    connector.Destroy();
+
+    std::vector<std::string> texts;
+    for (const LogLine& line : log.Lines()) {
+        EXPECT_EQ(NUV_LOG_TRACE, line.level);
+        texts.push_back(line.text);
+    }
+    EXPECT_EQ((std::vector<std::string>{
+                  Trace("\n[NuvMIDIConnector::Create] Enter -\n"),
+                  Trace("\n[NuvMIDIConnector::Create] Exit\n"),
+                  Trace("\n[NuvMIDIConnector::Open] Enter\n"),
+                  Trace("\n[NuvMIDIConnector::Open] EXit\n"),
+                  Trace("\n[NuvMIDIConnector::Close] Enter\n"),
+                  Trace("\n[NuvMIDIConnector::Close] EXit\n"),
+                  Trace("\n[NuvMIDIConnector::Destroy] Enter\n"),
+                  Trace("\n[NuvMIDIConnector::Destroy] EXit\n"),
+              }),
+              texts);
+    // The defaults of the framework's connector stay.
+    int size = 0;
+    EXPECT_EQ(9900, connector.Read(nullptr, 0));
+    EXPECT_EQ(9900, connector.Control(0, nullptr, size));
+    EXPECT_FALSE(connector.IsRegistered());
+}
+
+// --- Reading the synthesizer back ------------------------------------------------------
+
+class MIDIConnectorQuery : public ::testing::Test {
+protected:
+    TestSynthesizer m_synth;
+    TestCandidate m_candidate{20, "Keyboard", m_synth.Get()};
+    NuvMIDIConnector m_connector{&m_candidate.info, nullptr};
+};
+
+TEST_F(MIDIConnectorQuery, ControlChangeReadsTheControllersValue) {
+    fluid_synth_cc(m_synth.Get(), 2, 7, 90);
+    _MIDIMessage msg = Message(2, 7, 0);
+    memset(msg.text, 'x', sizeof(msg.text));
+    LogCapture log;
+
+    EXPECT_EQ(0, m_connector.GetInformation(MIDI_EVENT_CONTROL_CHANGE, &msg));
+
+    EXPECT_EQ(90, msg.value);
+    EXPECT_STREQ("90", msg.text);
+    EXPECT_EQ('x', msg.text[3]); // only the answer and its terminator are written
+    EXPECT_TRUE(log.Has("\n[NuvMIDIConnector::GetInformation] Event [10] Channel [2] Param [7] "
+                        "Value [0]\n",
+                        NUV_LOG_TRACE));
+    EXPECT_TRUE(log.Has("\n[NuvMIDIConnector::GetInformation] MIDI_EVENT_CONTROL_CHANGE Value "
+                        "[90]\n",
+                        NUV_LOG_TRACE));
+}
+
+TEST_F(MIDIConnectorQuery, RefusedControlChangeIsReportedAndAnswersTheCallersValue) {
+    _MIDIMessage msg = Message(99, 7, 77);
+    LogCapture log;
+
+    EXPECT_EQ(0, m_connector.GetInformation(MIDI_EVENT_CONTROL_CHANGE, &msg));
+
+    EXPECT_EQ(77, msg.value);
+    EXPECT_STREQ("77", msg.text);
+    EXPECT_EQ(1, log.Count("\n[NuvMIDIConnector::GetInformation] Error in getting control "
+                           "change value\n\n",
+                           NUV_LOG_INFO));
+}
+
+TEST_F(MIDIConnectorQuery, ProgramChangeNamesFontBankAndProgramAndKeepsTheValue) {
+    TempFile font(".sf2");
+    ASSERT_TRUE(font.Write(BuildSoundFont({{"Piano", 0, 0}, {"Organ", 0, 5}})));
+    ASSERT_EQ(1, m_connector.LoadSoundFontFile(font.Path()));
+    _MIDIMessage msg = Message(0, 0, 1234);
+    LogCapture log;
+
+    EXPECT_EQ(0, m_connector.GetInformation(MIDI_EVENT_PROGRAM_CHANGE, &msg));
+    EXPECT_STREQ("001:000:000", msg.text);
+    EXPECT_EQ(1234, msg.value);
+
+    fluid_synth_program_change(m_synth.Get(), 0, 5);
+    m_connector.GetInformation(MIDI_EVENT_PROGRAM_CHANGE, &msg);
+    EXPECT_STREQ("001:000:005", msg.text);
+    EXPECT_TRUE(log.Has("\n[NuvMIDIConnector::GetInformation] MIDI_EVENT_PROGRAM_CHANGE "
+                        "001:000:005",
+                        NUV_LOG_TRACE));
+}
+
+TEST_F(MIDIConnectorQuery, PitchBendAnswersTheSynthesizersRangeCentredOn8192) {
+    fluid_synth_pitch_bend(m_synth.Get(), 3, 100);
+    _MIDIMessage untouched = Message(0, 0, 0);
+    _MIDIMessage bent = Message(3, 0, 0);
+    LogCapture log;
+
+    EXPECT_EQ(0, m_connector.GetInformation(MIDI_EVENT_PITCH_BEND, &untouched));
+    EXPECT_EQ(0, m_connector.GetInformation(MIDI_EVENT_PITCH_BEND, &bent));
+
+    EXPECT_EQ(8192, untouched.value);
+    EXPECT_STREQ("8192", untouched.text);
+    EXPECT_EQ(100, bent.value);
+    EXPECT_TRUE(
+        log.Has("\n[NuvMIDIConnector::GetInformation] MIDI_EVENT_PITCH_BEND 8192", NUV_LOG_TRACE));
+}
+
+TEST_F(MIDIConnectorQuery, ChannelPressureAndUnknownTypesLeaveTheMessageAlone) {
+    _MIDIMessage msg = Message(1, 2, 3);
+    memset(msg.text, 'x', sizeof(msg.text));
+    const _MIDIMessage before = msg;
+    LogCapture log;
+
+    EXPECT_EQ(9900, m_connector.GetInformation(MIDI_EVENT_CHANNEL_PRESSURE, &msg));
+    EXPECT_EQ(1u, log.Lines().size());
+    EXPECT_EQ(0, m_connector.GetInformation(static_cast<MIDIEventType>(5), &msg));
+    EXPECT_EQ(
+        1, log.Count("\n[NuvMIDIConnector::GetInformation] Unknown event type\n\n", NUV_LOG_INFO));
+
+    EXPECT_EQ(0, memcmp(&before, &msg, sizeof(msg)));
+}
+
+// --- Relaying incoming MIDI ------------------------------------------------------------
+
+class MIDIConnectorRelay : public ::testing::Test {
+protected:
+    NuvMIDIWatcher m_watcher;
+    TestCandidate m_candidate{20, "Keyboard", nullptr};
+    NuvMIDIConnector m_connector{&m_candidate.info, &m_watcher};
+    RecordingMIDICallback m_device;
+};
+
+TEST_F(MIDIConnectorRelay, RelaysNothingBeforeRegistration) {
+    _MIDIMessage msg = Message(0, 60, 100);
+    LogCapture quiet(NUV_LOG_CRITICAL);
+
+    m_watcher.OnMIDIEvent(20, 16, msg);
+
+    EXPECT_TRUE(m_device.Events().empty());
+}
+
+TEST_F(MIDIConnectorRelay, RelaysOnlyTheEventsOfItsOwnClient) {
+    ASSERT_EQ(1, m_connector.RegisterMIDICallback(&m_device));
+    _MIDIMessage msg = Message(3, 7, 100);
+    LogCapture log;
+
+    m_watcher.OnMIDIEvent(24, 20, msg);
+    EXPECT_EQ(0, log.CountContaining("NuvMIDIConnector"));
+    m_watcher.OnMIDIEvent(20, 20, msg);
+
+    const std::vector<ReceivedEvent> events = m_device.Events();
+    ASSERT_EQ(1u, events.size());
+    EXPECT_EQ(20, events[0].client);
+    EXPECT_EQ(20, events[0].code);
+    EXPECT_EQ(&msg, events[0].message);
+    EXPECT_EQ(1, log.Count(Trace("\n[NuvMIDIConnector::OnMIDIEvent]Sent message to device\n"),
+                           NUV_LOG_TRACE));
+}
+
+TEST_F(MIDIConnectorRelay, RegisteringTwiceRelaysTwiceUntilOneUnregistration) {
+    m_connector.RegisterMIDICallback(&m_device);
+    m_connector.RegisterMIDICallback(&m_device);
+    _MIDIMessage msg = Message(0, 60, 100);
+    LogCapture quiet(NUV_LOG_CRITICAL);
+
+    m_watcher.OnMIDIEvent(20, 16, msg);
+    EXPECT_EQ(2u, m_device.Events().size());
+
+    EXPECT_EQ(1, m_connector.UnregisterMIDICallback(&m_device));
+    m_watcher.OnMIDIEvent(20, 16, msg);
+    EXPECT_EQ(2u, m_device.Events().size());
+    EXPECT_EQ(nullptr, NuvMIDIConnectorProbe::Callback(m_connector));
+}
+
+TEST_F(MIDIConnectorRelay, ALaterRegistrationReplacesTheCallback) {
+    RecordingMIDICallback other;
+    m_connector.RegisterMIDICallback(&m_device);
+    m_connector.RegisterMIDICallback(&other);
+    _MIDIMessage msg = Message(0, 60, 100);
+    LogCapture quiet(NUV_LOG_CRITICAL);
+
+    m_watcher.OnMIDIEvent(20, 16, msg);
+
+    EXPECT_TRUE(m_device.Events().empty());
+    EXPECT_EQ(2u, other.Events().size());
+    m_connector.UnregisterMIDICallback(nullptr);
+}
+
+// Registration and unregistration on a host thread against a stream of events on the
+// event thread: once UnregisterMIDICallback has returned, the callback is not called.
+TEST_F(MIDIConnectorRelay, UnregisteredCallbackIsNeverCalledAgain) {
+    struct GuardedCallback : NuvMIDICallback {
+        int OnMIDIEvent(int, int, _MIDIMessage&) override {
+            if (!live.load())
+                ++late;
+            ++calls;
+            return 0;
+        }
+        std::atomic<bool> live{false};
+        std::atomic<int> calls{0};
+        std::atomic<int> late{0};
+    } device;
+    LogCapture quiet(NUV_LOG_CRITICAL);
+    std::atomic<bool> stop{false};
+    std::thread events([&] {
+        _MIDIMessage msg = Message(0, 60, 100);
+        while (!stop.load())
+            m_watcher.OnMIDIEvent(20, 16, msg);
+    });
+
+    for (int round = 0; round < 500; ++round) {
+        device.live.store(true);
+        m_connector.RegisterMIDICallback(&device);
+        const int before = device.calls.load();
+        EXPECT_TRUE(WaitFor([&] { return device.calls.load() > before; }));
+        m_connector.UnregisterMIDICallback(&device);
+        device.live.store(false);
+    }
+    stop.store(true);
+    events.join();
+
+    EXPECT_EQ(0, device.late.load());
+}
+
+// --- A candidate without client information (made by another plug-in) -----------------
+
+TEST(MIDIConnectorWithoutClientInformation, EveryOperationReportsTheMissingRecordAndFails) {
+    NuvMIDIWatcher watcher;
+    TestCandidate candidate(20, "Other", nullptr);
+    candidate.info.pExtraInfo = nullptr;
+    NuvMIDIConnector connector(&candidate.info, &watcher);
+    RecordingMIDICallback device;
+    _MIDIMessage msg = Message(0, 60, 100);
+    const _MIDIMessage before = msg;
+    LogCapture log;
+
+    EXPECT_EQ(0, connector.SendMessage(MIDI_EVENT_NOTE_ON, msg));
+    EXPECT_EQ(0, connector.GetInformation(MIDI_EVENT_CONTROL_CHANGE, &msg));
+    EXPECT_EQ(0, memcmp(&before, &msg, sizeof(msg)));
+    EXPECT_EQ(-1, connector.LoadSoundFontFile("Default"));
+    EXPECT_EQ(0, connector.UnloadSoundFontFile(1));
+    EXPECT_EQ("", connector.GetSoundFontIntruments(1, 0, 1));
+    EXPECT_EQ(1, connector.RegisterMIDICallback(&device));
+    watcher.OnMIDIEvent(20, 16, msg);
+    EXPECT_TRUE(device.Events().empty());
+    EXPECT_EQ(1, connector.UnregisterMIDICallback(&device));
+    _MIDIClientInfo info;
+    memset(&info, 0xff, sizeof(info));
+    connector.GetClientInformation(&info);
+    EXPECT_EQ(nullptr, info.seq);
+    EXPECT_EQ(nullptr, info.synth);
+
+    EXPECT_EQ(7, log.CountContaining("No MIDI client information"));
+}
+
+} // namespace
