@@ -13,7 +13,7 @@ typedef struct _snd_seq snd_seq_t;
 typedef struct _fluid_synth_t fluid_synth_t;
 
 // Values are ALSA sequencer event types. Incoming MIDI carries the event code type + 10.
-enum MIDIEventType {
+enum MIDIEventType : int32_t {
     MIDI_EVENT_NOTE_ON = 6,
     MIDI_EVENT_NOTE_OFF = 7,
     MIDI_EVENT_CONTROL_CHANGE = 10,
@@ -49,7 +49,7 @@ struct _MIDIClientInfo {
 };
 
 // The kind of a stream end.
-enum MIDIDeviceType {
+enum MIDIDeviceType : int32_t {
     MIDI_DEVICE_TYPE_SOURCE = 0,
     MIDI_DEVICE_TYPE_DESTINATION = 1,
     MIDI_DEVICE_TYPE_FILE = 2,

@@ -14,7 +14,8 @@
 // opened by the constructor and closed by Close() or the destructor (a keyboard
 // application appearing and going away). The sequencer announces a client as it opens,
 // before the client has named itself: whoever reads the announcement at once finds the
-// sequencer's placeholder name "Client-<number>".
+// sequencer's placeholder name "Client-<number>" (a running watcher reads announcements
+// once per 30 ms pass, so it meets that name rarely, but it can).
 #ifndef NUV_TEST_VIRTUAL_KEYBOARD_H
 #define NUV_TEST_VIRTUAL_KEYBOARD_H
 

@@ -24,10 +24,6 @@ public:
     static fluid_midi_driver_t* Driver(NuvMIDIWatcher& w) { return w.m_pMIDIDriver; }
     static int SynthClient(NuvMIDIWatcher& w) { return w.m_synthClient; }
     static int SynthPort(NuvMIDIWatcher& w) { return w.m_synthPort; }
-    static void SetSynthAddress(NuvMIDIWatcher& w, int client, int port) {
-        w.m_synthClient = client;
-        w.m_synthPort = port;
-    }
     static int WatcherType(NuvMIDIWatcher& w) { return w.m_nWatcherType; }
 
     static int CreateSynthesizer(NuvMIDIWatcher& w) { return w.m_CreateSynthesizer(); }

@@ -86,40 +86,6 @@ TEST(MIDIWatcherCreate, SynthesizerWithoutMIDIDriverIsReleased) {
 }
 
 // Only the framework part is created: the candidate map works, no sequencer is open.
-TEST(MIDIWatcherCandidates, RecordCarriesEveryFixedField) {
-    NuvMIDIWatcher watcher;
-    ASSERT_EQ(0, watcher.NuvWatcher::Create());
-    Access::SetSynthAddress(watcher, 130, 0);
-
-    EXPECT_EQ(0, Access::AddDevice(watcher, 20, 3, 1));
-
-    const auto candidates = Access::Candidates(watcher);
-    ASSERT_EQ(1u, candidates.size());
-    ASSERT_EQ(1u, candidates.count("20"));
-    const CandidateCopy& c = candidates.at("20");
-    char uid[256] = "20";
-    EXPECT_EQ(0, memcmp(uid, c.record.devInfo.UID, sizeof(uid)));
-    EXPECT_EQ(0, memcmp(uid, c.record.key, sizeof(uid)));
-    EXPECT_EQ(512, c.record.devInfo.type);
-    EXPECT_EQ(1, c.record.devInfo.isSynth);
-    EXPECT_EQ(0, c.record.devInfo.reserved);
-    char path[256] = "MIDIDeviceHandle";
-    EXPECT_EQ(0, memcmp(path, c.record.devicePath, sizeof(path)));
-    EXPECT_EQ(0, memcmp("0123456", c.record.vendorID, 8));
-    EXPECT_EQ(0, memcmp("0123456", c.record.productID, 8));
-    EXPECT_EQ(1, c.record.alive);
-    ASSERT_TRUE(c.hasClientInfo);
-    EXPECT_EQ(nullptr, c.clientInfo.seq);
-    EXPECT_EQ(nullptr, c.clientInfo.synth);
-    EXPECT_EQ(130, c.clientInfo.synthClient);
-    EXPECT_EQ(0, c.clientInfo.synthPort);
-    EXPECT_EQ(20, c.clientInfo.client);
-    EXPECT_EQ(3, c.clientInfo.port);
-    EXPECT_EQ(1, c.clientInfo.isSynth);
-
-    EXPECT_EQ(0, watcher.NuvWatcher::Destroy());
-}
-
 TEST(MIDIWatcherCandidates, SecondPortOfAClientIsReleasedOnceAndPassMarksPresent) {
     CountingWatcher watcher;
     ASSERT_EQ(0, watcher.NuvWatcher::Create());

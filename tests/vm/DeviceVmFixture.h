@@ -50,7 +50,8 @@ protected:
 
     // The sequencer client of the library's watcher, -1 when there is none.
     static int WatcherClient() {
-        const SeqClientView* watcher = SequencerView::Read().Find("MIDI Watcher");
+        const SequencerView view = SequencerView::Read();
+        const SeqClientView* watcher = view.Find("MIDI Watcher");
         return watcher != nullptr ? watcher->number : -1;
     }
 

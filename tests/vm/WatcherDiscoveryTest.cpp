@@ -1,5 +1,6 @@
 // The watcher's sequencer client as other clients see it, its link to the synthesizer,
 // and the discovery of devices that exist at start or come and go later.
+#include <cstdio>
 #include <cstring>
 
 #include "WatcherFixture.h"
@@ -52,14 +53,19 @@ TEST_F(MIDIWatcherDiscovery, ClientsOfTheStartBecomeCandidatesOnceTheSynthesizer
         SCOPED_TRACE(client->name);
         ASSERT_EQ(1u, candidates.count(key));
         const CandidateCopy& c = candidates.at(key);
-        EXPECT_STREQ(key.c_str(), c.record.devInfo.UID);
-        EXPECT_EQ(0, memcmp(c.record.devInfo.UID, c.record.key, sizeof(c.record.key)));
+        // Whole fields: the text and the zeros after it.
+        char uid[256] = {};
+        snprintf(uid, sizeof(uid), "%d", client->number);
+        EXPECT_EQ(0, memcmp(uid, c.record.devInfo.UID, sizeof(uid)));
+        EXPECT_EQ(0, memcmp(uid, c.record.key, sizeof(uid)));
+        EXPECT_EQ(0, c.record.devInfo.reserved);
         EXPECT_EQ(client->name, c.record.devInfo.deviceName);
         EXPECT_EQ(512, c.record.devInfo.type);
         EXPECT_EQ(isSynth, c.record.devInfo.isSynth);
-        EXPECT_STREQ("MIDIDeviceHandle", c.record.devicePath);
-        EXPECT_STREQ("0123456", c.record.vendorID);
-        EXPECT_STREQ("0123456", c.record.productID);
+        const char path[256] = "MIDIDeviceHandle";
+        EXPECT_EQ(0, memcmp(path, c.record.devicePath, sizeof(path)));
+        EXPECT_EQ(0, memcmp("0123456", c.record.vendorID, 8));
+        EXPECT_EQ(0, memcmp("0123456", c.record.productID, 8));
         EXPECT_EQ(1, c.record.alive);
         ASSERT_TRUE(c.hasClientInfo);
         EXPECT_EQ(Access::Seq(*watcher), c.clientInfo.seq);

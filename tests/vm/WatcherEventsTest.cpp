@@ -97,15 +97,4 @@ TEST_F(MIDIWatcherEvents, UnhandledTypesAreLoggedAndDropped) {
     EXPECT_EQ(62, received[0].message.param);
 }
 
-TEST_F(MIDIWatcherEvents, WithoutCallbacksMessagesAreDropped) {
-    watcher->UnregisterMIDICallback(&callback);
-    LogCapture log;
-    ASSERT_TRUE(keyboard->Write({0x90, 60, 100}));
-
-    ASSERT_TRUE(PassUntil([&] {
-        return log.Has("[NuvMIDIWatcher::OnMIDIEvent] device doesn't exist\n\n", NUV_LOG_INFO);
-    }));
-    EXPECT_EQ(0u, callback.Count());
-}
-
 } // namespace
