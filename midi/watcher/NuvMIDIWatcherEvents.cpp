@@ -21,7 +21,14 @@ void NuvMIDIWatcher::m_MIDIProcess() {
         if (snd_seq_event_input(m_pSeqHandle, &ev) <= 0 || ev == nullptr)
             return;
 
-        switch (ev->type) {
+        // Any client may write to the watcher's ports, but only the kernel's system client
+        // announces client starts and exits: a forged announcement would add a made-up
+        // candidate or drop a connected keyboard, so it falls through to the unhandled line.
+        const bool forgedAnnouncement =
+            (ev->type == SND_SEQ_EVENT_CLIENT_START || ev->type == SND_SEQ_EVENT_CLIENT_EXIT) &&
+            ev->source.client != SND_SEQ_CLIENT_SYSTEM;
+        switch (forgedAnnouncement ? static_cast<int>(SND_SEQ_EVENT_NONE)
+                                   : static_cast<int>(ev->type)) {
         case SND_SEQ_EVENT_NOTEON:
         case SND_SEQ_EVENT_NOTEOFF:
             message.channel = ev->data.note.channel;
