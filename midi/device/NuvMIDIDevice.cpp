@@ -31,12 +31,22 @@ void NuvMIDIDevice::GetDevInfo(_NuvDevInfo& info) {
 // Each registration registers the device with its connector again, so with two host
 // callbacks every event reaches each of them twice; unregistering any one of them
 // unregisters the device altogether.
+// A null callback is refused before the connector is reached: registering it would relay
+// events to nobody, and unregistering it would cut off the host's real callbacks.
 int NuvMIDIDevice::RegisterCallback(NuvCallback* callback) {
+    if (callback == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDevice::RegisterCallback] null callback\n");
+        return NUV_ERR_GENERAL;
+    }
     NuvCallbackHandler::RegisterCallback(callback);
     return m_pConnector->RegisterMIDICallback(this);
 }
 
 int NuvMIDIDevice::UnregisterCallback(NuvCallback* callback) {
+    if (callback == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDevice::UnregisterCallback] null callback\n");
+        return NUV_ERR_GENERAL;
+    }
     NuvCallbackHandler::UnregisterCallback(callback);
     return m_pConnector->UnregisterMIDICallback(this);
 }
