@@ -231,6 +231,9 @@ TEST_F(BadInput, SecondDestroyDeviceIsRefused) {
 
 // Through the shared library's three exported functions, as a host loads it.
 TEST(BadInputEntry, CallsAfterDestroy) {
+#ifndef NUV_CLI_LIBRARY
+    GTEST_SKIP() << "the shared library is not built";
+#else
     void* library = dlopen(NUV_CLI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, library) << dlerror();
     auto create = reinterpret_cast<int (*)()>(dlsym(library, "NuvMIDI_Create"));
@@ -250,6 +253,7 @@ TEST(BadInputEntry, CallsAfterDestroy) {
     EXPECT_NE(nullptr, manager());
     destroy();
     dlclose(library);
+#endif
 }
 
 } // namespace
