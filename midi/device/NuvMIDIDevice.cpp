@@ -9,12 +9,28 @@
 // The framework hands every device of this library a connector that this library's
 // connection manager made, so the connector is a MIDI connector.
 NuvMIDIDevice::NuvMIDIDevice(NuvConnector* connector, int id)
-    : NuvDevice(connector, id), m_pConnector(static_cast<NuvMIDIConnector*>(connector)) {
+    : NuvDevice(connector, id), m_pConnector(static_cast<NuvMIDIConnector*>(connector)),
+      m_nHostCalls(0), m_bDestroying(false) {
     m_nType = NUV_DEVICE_TYPE_MIDI;
 }
 
 // The connector is the connection manager's; Destroy has already let go of it.
 NuvMIDIDevice::~NuvMIDIDevice() {}
+
+NuvMIDIDevice::HostCall::HostCall(NuvMIDIDevice& device) : m_device(device) {
+    std::lock_guard<std::mutex> lock(device.m_callMutex);
+    m_bEntered = !device.m_bDestroying;
+    if (m_bEntered)
+        ++device.m_nHostCalls;
+}
+
+NuvMIDIDevice::HostCall::~HostCall() {
+    if (!m_bEntered)
+        return;
+    std::lock_guard<std::mutex> lock(m_device.m_callMutex);
+    if (--m_device.m_nHostCalls == 0)
+        m_device.m_callsDone.notify_all();
+}
 
 int NuvMIDIDevice::GetType() {
     return m_nType;
@@ -25,6 +41,9 @@ int NuvMIDIDevice::GetID() {
 }
 
 void NuvMIDIDevice::GetDevInfo(_NuvDevInfo& info) {
+    HostCall call(*this);
+    if (!call)
+        return;
     memcpy(&info, &m_pConnector->GetDevInfo(), sizeof(info));
 }
 
@@ -38,6 +57,9 @@ int NuvMIDIDevice::RegisterCallback(NuvCallback* callback) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDevice::RegisterCallback] null callback\n");
         return NUV_ERR_GENERAL;
     }
+    HostCall call(*this);
+    if (!call)
+        return NUV_ERR_GENERAL;
     NuvCallbackHandler::RegisterCallback(callback);
     return m_pConnector->RegisterMIDICallback(this);
 }
@@ -47,36 +69,46 @@ int NuvMIDIDevice::UnregisterCallback(NuvCallback* callback) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDevice::UnregisterCallback] null callback\n");
         return NUV_ERR_GENERAL;
     }
+    HostCall call(*this);
+    if (!call)
+        return NUV_ERR_GENERAL;
     NuvCallbackHandler::UnregisterCallback(callback);
     return m_pConnector->UnregisterMIDICallback(this);
 }
 
 int NuvMIDIDevice::GetInformation(MIDIEventType type, _MIDIMessage* msg) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::GetInformation]\n");
-    m_pConnector->GetInformation(type, msg);
+    HostCall call(*this);
+    if (call)
+        m_pConnector->GetInformation(type, msg);
     return 0;
 }
 
 int NuvMIDIDevice::SendMessage(MIDIEventType type, _MIDIMessage& msg) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::SendMessage]\n");
-    m_pConnector->SendMessage(type, msg);
+    HostCall call(*this);
+    if (call)
+        m_pConnector->SendMessage(type, msg);
     return 0;
 }
 
 int NuvMIDIDevice::LoadSoundFontFile(const std::string& path) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::LoadSoundFontFile]\n");
-    return m_pConnector->LoadSoundFontFile(path);
+    HostCall call(*this);
+    return call ? m_pConnector->LoadSoundFontFile(path) : -1;
 }
 
 int NuvMIDIDevice::UnloadSoundFontFile(unsigned int fontId) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::UnloadSoundFontFile]\n");
-    return m_pConnector->UnloadSoundFontFile(fontId);
+    HostCall call(*this);
+    return call ? m_pConnector->UnloadSoundFontFile(fontId) : 0;
 }
 
 std::string NuvMIDIDevice::GetSoundFontIntruments(unsigned int fontId, unsigned int start,
                                                   unsigned int count) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::GetSoundFontIntruments]\n");
-    return m_pConnector->GetSoundFontIntruments(fontId, start, count);
+    HostCall call(*this);
+    return call ? m_pConnector->GetSoundFontIntruments(fontId, start, count) : std::string();
 }
 
 int NuvMIDIDevice::Create() {
@@ -90,10 +122,17 @@ int NuvMIDIDevice::Create() {
     return 0;
 }
 
-// The connector stops relaying before the handler goes: once the unregistration has
-// returned, the event thread is no longer inside this device.
+// Host calls still in progress finish first (new ones do nothing), so none of them can
+// register the device again afterwards. The wait holds no lock that such a call or the
+// event thread needs. Then the connector stops relaying before the handler goes: once the
+// unregistration has returned, the event thread is no longer inside this device.
 void NuvMIDIDevice::Destroy() {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::Destroy] Enter\n");
+    {
+        std::unique_lock<std::mutex> lock(m_callMutex);
+        m_bDestroying = true;
+        m_callsDone.wait(lock, [this] { return m_nHostCalls == 0; });
+    }
     m_pConnector->UnregisterMIDICallback(this);
     m_pConnector->Close();
     NuvCallbackHandler::Destroy();

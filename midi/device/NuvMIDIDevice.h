@@ -3,6 +3,8 @@
 #ifndef NUV_MIDI_DEVICE_H
 #define NUV_MIDI_DEVICE_H
 
+#include <condition_variable>
+#include <mutex>
 #include <string>
 
 #include "INuvMIDIDevice.h"
@@ -37,7 +39,27 @@ public:
     virtual int OnMIDIEvent(int client, int code, _MIDIMessage& msg);
 
 private:
+    // Counts a host call in progress for as long as it uses the connector; false once the
+    // device is being destroyed (the call then does nothing).
+    class HostCall {
+    public:
+        explicit HostCall(NuvMIDIDevice& device);
+        ~HostCall();
+        explicit operator bool() const { return m_bEntered; }
+
+    private:
+        NuvMIDIDevice& m_device;
+        bool m_bEntered;
+    };
+
     NuvMIDIConnector* m_pConnector;
+    // A device may be destroyed on the watcher's thread (its keyboard was unplugged) while a
+    // host thread is inside one of its calls: Destroy waits for those calls to finish
+    // before the connector and the device's client information go away.
+    std::mutex m_callMutex;
+    std::condition_variable m_callsDone;
+    int m_nHostCalls;
+    bool m_bDestroying;
 };
 
 #endif

@@ -4,6 +4,7 @@
 // accesses that FluidSynth's own code makes through intercepted calls are ignored.
 #if defined(__SANITIZE_THREAD__)
 extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libfluidsynth.so.3\n";
+    return "called_from_lib:libfluidsynth.so.3\n"
+           "called_from_lib:libgomp.so.1\n";
 }
 #endif
