@@ -8,11 +8,28 @@
 #include <string.h>
 
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "NuvCallback"
 #include "NuvMIDICallback.h"
 #include "NuvMIDITypes.h"
+
+// A trace line as print_dlog's "%s\n" format writes a fixed text.
+inline std::string Trace(const char* text) {
+    return std::string(text) + "\n";
+}
+
+// A message with the given fields, every other byte zero.
+inline _MIDIMessage Message(int channel, int param, int value, int duration = 0) {
+    _MIDIMessage msg;
+    memset(&msg, 0, sizeof(msg));
+    msg.channel = channel;
+    msg.param = param;
+    msg.value = value;
+    msg.duration = duration;
+    return msg;
+}
 
 // A FluidSynth synthesizer with default settings and no drivers.
 class TestSynthesizer {

@@ -27,10 +27,6 @@ struct NuvMIDIConnectorProbe {
 
 namespace {
 
-std::string Trace(const char* text) {
-    return std::string(text) + "\n";
-}
-
 // The framework keeps the watcher given to Create; this stands in for that step.
 class ConnectionManagerOf : public NuvMIDIConnectionManager {
 public:
@@ -41,15 +37,6 @@ std::unique_ptr<NuvMIDIConnector> NewConnector(NuvMIDIConnectionManager& manager
                                                _NuvDetailDevInfo* info) {
     return std::unique_ptr<NuvMIDIConnector>(
         static_cast<NuvMIDIConnector*>(manager.t_NewConnector(info)));
-}
-
-_MIDIMessage Message(int channel, int param, int value) {
-    _MIDIMessage msg;
-    memset(&msg, 0, sizeof(msg));
-    msg.channel = channel;
-    msg.param = param;
-    msg.value = value;
-    return msg;
 }
 
 // --- Creation -------------------------------------------------------------------------

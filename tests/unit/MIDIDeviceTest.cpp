@@ -13,24 +13,11 @@
 
 namespace {
 
-std::string Trace(const char* text) {
-    return std::string(text) + "\n";
-}
-
 std::vector<std::string> Texts(const LogCapture& log) {
     std::vector<std::string> texts;
     for (const LogLine& line : log.Lines())
         texts.push_back(line.text);
     return texts;
-}
-
-_MIDIMessage Message(int channel, int param, int value) {
-    _MIDIMessage msg;
-    memset(&msg, 0, sizeof(msg));
-    msg.channel = channel;
-    msg.param = param;
-    msg.value = value;
-    return msg;
 }
 
 // One device on the connector of client 20, created as the device manager creates it.

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "LateCallRecorder.h"
 #include "LogCapture.h"
 #include "NuvMIDIWatcher.h"
 
@@ -137,17 +138,7 @@ TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
 // Host threads register and unregister while a stream of messages is handed out. Once
 // UnregisterMIDICallback has returned, that callback must not be called again.
 TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
-    struct Guarded : NuvMIDICallback {
-        int OnMIDIEvent(int, int, _MIDIMessage&) override {
-            if (unregistered.load())
-                lateCalls.fetch_add(1);
-            calls.fetch_add(1);
-            return 0;
-        }
-        std::atomic<bool> unregistered{true};
-        std::atomic<int> lateCalls{0};
-        std::atomic<int> calls{0};
-    };
+    using Guarded = LateCallRecorder;
     const int previousThreshold = NuvLog_SetThreshold(NUV_LOG_CRITICAL);
     NuvMIDIWatcher watcher;
     Guarded hosts[2];

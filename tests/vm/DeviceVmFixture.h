@@ -62,15 +62,4 @@ private:
     std::vector<std::unique_ptr<RecordingHostCallback>> m_hostCallbacks;
 };
 
-inline _MIDIMessage Message(int channel, int param, int value, int duration = 0) {
-    _MIDIMessage msg;
-    memset(&msg, 0, sizeof(msg));
-    msg.channel = channel;
-    msg.param = param;
-    msg.value = value;
-    if (duration != 0)
-        msg.duration = duration;
-    return msg;
-}
-
 #endif

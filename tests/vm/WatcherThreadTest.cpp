@@ -9,6 +9,7 @@
 #include <random>
 #include <thread>
 
+#include "LateCallRecorder.h"
 #include "WatcherFixture.h"
 
 namespace {
@@ -51,17 +52,7 @@ protected:
 };
 
 // A host's callback that must never be called after its unregistration has returned.
-struct HostCallback : NuvMIDICallback {
-    int OnMIDIEvent(int, int, _MIDIMessage&) override {
-        if (unregistered.load())
-            lateCalls.fetch_add(1);
-        calls.fetch_add(1);
-        return 0;
-    }
-    std::atomic<bool> unregistered{true};
-    std::atomic<int> lateCalls{0};
-    std::atomic<int> calls{0};
-};
+using HostCallback = LateCallRecorder;
 
 // Unregisters itself from inside its call, as a host may do from its device callback.
 struct SelfRemovingCallback : NuvMIDICallback {
