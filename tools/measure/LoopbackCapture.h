@@ -1,7 +1,7 @@
 // Records what the library plays, from the capture side of the ALSA loopback card that
 // the test VM's default PCM plays into: 48 000 Hz signed 16-bit stereo.
-#ifndef NUV_TEST_LOOPBACK_CAPTURE_H
-#define NUV_TEST_LOOPBACK_CAPTURE_H
+#ifndef NUV_MEASURE_LOOPBACK_CAPTURE_H
+#define NUV_MEASURE_LOOPBACK_CAPTURE_H
 
 #include <alsa/asoundlib.h>
 

@@ -1,7 +1,7 @@
 // Reading what the audio output wrote (WAV files, captured PCM) and measuring it: level,
 // fundamental frequency, and where the sound starts and ends.
-#ifndef NUV_TEST_PCM_ANALYSIS_H
-#define NUV_TEST_PCM_ANALYSIS_H
+#ifndef NUV_MEASURE_PCM_ANALYSIS_H
+#define NUV_MEASURE_PCM_ANALYSIS_H
 
 #include <cstdint>
 #include <string>

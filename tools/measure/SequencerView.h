@@ -1,8 +1,8 @@
 // The kernel's own view of the sequencer: clients, their ports and the subscriptions
 // between them, read from /proc/asound/seq/clients. Reading it opens no sequencer client,
 // so looking does not announce anything to the code under test.
-#ifndef NUV_TEST_SEQUENCER_VIEW_H
-#define NUV_TEST_SEQUENCER_VIEW_H
+#ifndef NUV_MEASURE_SEQUENCER_VIEW_H
+#define NUV_MEASURE_SEQUENCER_VIEW_H
 
 #include <map>
 #include <string>

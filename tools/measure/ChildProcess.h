@@ -1,8 +1,8 @@
 // Runs a program as a child process with its standard input given and its standard
 // output and error captured, for the tests of command-line programs. Every wait has a
 // deadline; a child still running when the object goes is killed and reaped.
-#ifndef NUV_TEST_CHILD_PROCESS_H
-#define NUV_TEST_CHILD_PROCESS_H
+#ifndef NUV_MEASURE_CHILD_PROCESS_H
+#define NUV_MEASURE_CHILD_PROCESS_H
 
 #include <sys/types.h>
 

@@ -1,7 +1,7 @@
-// Writes small standard MIDI files for the tests: format 0 or 1, one tempo, notes given
-// in seconds, and an end of track at a chosen length.
-#ifndef NUV_TEST_MIDI_FILE_WRITER_H
-#define NUV_TEST_MIDI_FILE_WRITER_H
+// Writes small standard MIDI files for the tests and benchmarks: format 0 or 1, one
+// tempo, notes given in seconds, and an end of track at a chosen length.
+#ifndef NUV_MEASURE_MIDI_FILE_WRITER_H
+#define NUV_MEASURE_MIDI_FILE_WRITER_H
 
 #include <cstdint>
 #include <string>

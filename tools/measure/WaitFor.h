@@ -1,6 +1,6 @@
 // Waits for a condition with a deadline instead of sleeping a fixed time.
-#ifndef NUV_TEST_WAIT_FOR_H
-#define NUV_TEST_WAIT_FOR_H
+#ifndef NUV_MEASURE_WAIT_FOR_H
+#define NUV_MEASURE_WAIT_FOR_H
 
 #include <chrono>
 #include <thread>

@@ -16,8 +16,8 @@
 // before the client has named itself: whoever reads the announcement at once finds the
 // sequencer's placeholder name "Client-<number>" (a running watcher reads announcements
 // once per 30 ms pass, so it meets that name rarely, but it can).
-#ifndef NUV_TEST_VIRTUAL_KEYBOARD_H
-#define NUV_TEST_VIRTUAL_KEYBOARD_H
+#ifndef NUV_MEASURE_VIRTUAL_KEYBOARD_H
+#define NUV_MEASURE_VIRTUAL_KEYBOARD_H
 
 #include <alsa/asoundlib.h>
 
