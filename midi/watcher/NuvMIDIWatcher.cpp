@@ -8,10 +8,7 @@
 namespace {
 // The MIDI watcher and connector carry the bit position of the MIDI device-type code.
 const int kMIDIWatcherType = 9;
-// Passes at least every 30 ms, so that incoming MIDI is handled promptly. The period, not
-// the sequencer's input, paces the passes: the sequencer announces a client as it opens,
-// before the client has named itself, and a pass started by that announcement would
-// mostly read the placeholder "Client-<number>" and skip the device for good.
+// A pass runs when the sequencer has input waiting, and at least every 30 ms.
 const unsigned long kPassPeriodMs = 30;
 } // namespace
 

@@ -83,6 +83,11 @@ int NuvMIDIWatcher::m_CreateSequencer() {
                    "\n[NuvMIDIWatcher::m_CreateSequencer] Could not unblock sequencer\n");
         return NUV_ERR_GENERAL;
     }
+    // A pass starts as soon as input waits, not only when the period has run out: a key
+    // press reaches the callbacks without waiting for a timer.
+    struct pollfd wake[4];
+    const int wakeCount = snd_seq_poll_descriptors(seq.get(), wake, 4, POLLIN);
+    t_SetWakeDescriptors(wake, wakeCount);
     m_pSeqHandle = seq.release();
     return 0;
 }
@@ -91,6 +96,7 @@ void NuvMIDIWatcher::m_DestroySequencer() {
     print_dlog(NUV_LOG_TRACE, "%s\n",
                "\n[NuvMIDIWatcher::m_DestroySequencer] Destroying sequencer\n");
     if (m_pSeqHandle != nullptr) {
+        t_SetWakeDescriptors(nullptr, 0);
         snd_seq_close(m_pSeqHandle);
         m_pSeqHandle = nullptr;
     }
