@@ -95,6 +95,7 @@ private:
     std::recursive_mutex m_fanOutLock; // guards m_callbackList and the two fields below
     int m_nWalkDepth;                  // nesting depth of the walk in progress
     bool m_bRemovedDuringWalk;
+    bool m_bRealtimeTried; // the watcher thread's own: its priority is raised once
 };
 
 #endif

@@ -17,6 +17,7 @@ const char kSeqDevicePath[] = "/dev/snd/seq";
 // Both listening ports take writes from subscribers; the sending port offers reads.
 const unsigned int kListenCaps = SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE;
 const unsigned int kSendCaps = SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ;
+const size_t kInputPoolEvents = 2000;
 
 // Calls perPort(clientInfo, portInfo) for every port of every client after the system
 // client, in increasing client and port number.
@@ -83,6 +84,11 @@ int NuvMIDIWatcher::m_CreateSequencer() {
                    "\n[NuvMIDIWatcher::m_CreateSequencer] Could not unblock sequencer\n");
         return NUV_ERR_GENERAL;
     }
+    // Room for 2000 events waiting to be read, the kernel's largest input pool, and a read
+    // buffer that takes them all in one read: the kernel drops everything waiting when its
+    // pool overflows, so a burst must find room there.
+    snd_seq_set_client_pool_input(seq.get(), kInputPoolEvents);
+    snd_seq_set_input_buffer_size(seq.get(), kInputPoolEvents * sizeof(snd_seq_event_t));
     // A pass starts as soon as input waits, not only when the period has run out: a key
     // press reaches the callbacks without waiting for a timer.
     struct pollfd wake[4];
