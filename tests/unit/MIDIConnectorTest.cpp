@@ -1,5 +1,5 @@
-// Connectors as the connection manager builds them: what they keep, what they read back
-// from the synthesizer, and how they relay their device's incoming MIDI.
+// Connectors: what they read back from the synthesizer, and how they relay their device's
+// incoming MIDI.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,131 +16,10 @@
 #include "WaitFor.h"
 
 struct NuvMIDIConnectorProbe {
-    static int Type(const NuvMIDIConnector& c) { return c.m_nConnectorType; }
-    static std::string DevicePath(const NuvMIDIConnector& c) {
-        return std::string(c.m_szDevicePath, sizeof(c.m_szDevicePath));
-    }
-    static void* ExtraInfo(const NuvMIDIConnector& c) { return c.m_pExtraInfo; }
-    static NuvMIDIWatcher* Watcher(const NuvMIDIConnector& c) { return c.m_pWatcher; }
     static NuvMIDICallback* Callback(const NuvMIDIConnector& c) { return c.m_pMIDICallback; }
 };
 
 namespace {
-
-// The framework keeps the watcher given to Create; this stands in for that step.
-class ConnectionManagerOf : public NuvMIDIConnectionManager {
-public:
-    explicit ConnectionManagerOf(NuvWatcher* watcher) { m_pWatcher = watcher; }
-};
-
-std::unique_ptr<NuvMIDIConnector> NewConnector(NuvMIDIConnectionManager& manager,
-                                               _NuvDetailDevInfo* info) {
-    return std::unique_ptr<NuvMIDIConnector>(
-        static_cast<NuvMIDIConnector*>(manager.t_NewConnector(info)));
-}
-
-// --- Creation -------------------------------------------------------------------------
-
-TEST(MIDIConnectorCreation, KeepsTheCandidatesRecordsAndTheManagersWatcher) {
-    NuvMIDIWatcher watcher;
-    ConnectionManagerOf manager(&watcher);
-    TestCandidate candidate(20, "USB Keyboard", nullptr);
-    LogCapture log;
-
-    std::unique_ptr<NuvMIDIConnector> connector = NewConnector(manager, &candidate.info);
-
-    ASSERT_NE(nullptr, connector);
-    EXPECT_EQ(9, NuvMIDIConnectorProbe::Type(*connector));
-    EXPECT_EQ(std::string("MIDIDeviceHandle") + std::string(240, '\0'),
-              NuvMIDIConnectorProbe::DevicePath(*connector));
-    EXPECT_EQ(0, memcmp(&candidate.info.devInfo, &connector->GetDevInfo(), sizeof(_NuvDevInfo)));
-    EXPECT_STREQ("20", connector->GetDevInfo().UID);
-    EXPECT_EQ(512, connector->GetDevInfo().type);
-    EXPECT_EQ(&candidate.client, NuvMIDIConnectorProbe::ExtraInfo(*connector));
-    EXPECT_EQ(&watcher, NuvMIDIConnectorProbe::Watcher(*connector));
-    EXPECT_EQ(nullptr, NuvMIDIConnectorProbe::Callback(*connector));
-    // Creation logs one empty trace line and touches neither sequencer nor synthesizer.
-    const std::vector<LogLine> lines = log.Lines();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(NUV_LOG_TRACE, lines[0].level);
-    EXPECT_EQ("\n", lines[0].text);
-}
-
-TEST(MIDIConnectorCreation, ClientInformationIsTheCandidatesOwnRecord) {
-    NuvMIDIWatcher watcher;
-    ConnectionManagerOf manager(&watcher);
-    TestSynthesizer synth;
-    TestCandidate first(20, "First", synth.Get(), nullptr, 0);
-    TestCandidate second(24, "Second", synth.Get(), nullptr, 1);
-    std::unique_ptr<NuvMIDIConnector> a = NewConnector(manager, &first.info);
-    std::unique_ptr<NuvMIDIConnector> b = NewConnector(manager, &second.info);
-
-    // The watcher learns the synthesizer's address after the record was made.
-    first.client.synthClient = 129;
-    first.client.isSynth = 1;
-    _MIDIClientInfo seen;
-    a->GetClientInformation(&seen);
-
-    EXPECT_EQ(0, memcmp(&first.client, &seen, sizeof(seen)));
-    b->GetClientInformation(&seen);
-    EXPECT_EQ(24, seen.client);
-    EXPECT_EQ(1, seen.port);
-    EXPECT_EQ(synth.Get(), seen.synth);
-    EXPECT_EQ(NuvMIDIConnectorProbe::Watcher(*a), NuvMIDIConnectorProbe::Watcher(*b));
-}
-
-TEST(MIDIConnectorCreation, NullCandidateIsReportedAndBuildsNothing) {
-    NuvMIDIWatcher watcher;
-    ConnectionManagerOf manager(&watcher);
-    LogCapture log;
-
-    EXPECT_EQ(nullptr, manager.t_NewConnector(nullptr));
-    EXPECT_EQ(1, log.CountContaining("info != NULL"));
-    EXPECT_EQ(1, log.CountContaining("Nuv/Core/Inc/NuvConnector:84"));
-}
-
-TEST(MIDIConnectorCreation, CheckerAcceptsEveryCandidateAsNotImplemented) {
-    NuvMIDIDeviceChecker checker;
-    TestCandidate candidate(20, "Keyboard", nullptr);
-    LogCapture log;
-
-    EXPECT_EQ(9900, checker.t_CheckDevice(&candidate.info));
-    EXPECT_EQ(9900, checker.t_CheckDevice(nullptr));
-    EXPECT_EQ(2, log.Count("INFO: NOT IMPLEMENTED!\n", NUV_LOG_TRACE));
-}
-
-TEST(MIDIConnectorCreation, LifeCycleOperationsOnlyLog) {
-    TestCandidate candidate(20, "Keyboard", nullptr);
-    NuvMIDIConnector connector(&candidate.info, nullptr);
-    LogCapture log;
-
-    EXPECT_EQ(0, connector.Create());
-    EXPECT_EQ(0, connector.Open());
-    connector.Close();
-    connector.Destroy();
-
-    std::vector<std::string> texts;
-    for (const LogLine& line : log.Lines()) {
-        EXPECT_EQ(NUV_LOG_TRACE, line.level);
-        texts.push_back(line.text);
-    }
-    EXPECT_EQ((std::vector<std::string>{
-                  Trace("\n[NuvMIDIConnector::Create] Enter -\n"),
-                  Trace("\n[NuvMIDIConnector::Create] Exit\n"),
-                  Trace("\n[NuvMIDIConnector::Open] Enter\n"),
-                  Trace("\n[NuvMIDIConnector::Open] EXit\n"),
-                  Trace("\n[NuvMIDIConnector::Close] Enter\n"),
-                  Trace("\n[NuvMIDIConnector::Close] EXit\n"),
-                  Trace("\n[NuvMIDIConnector::Destroy] Enter\n"),
-                  Trace("\n[NuvMIDIConnector::Destroy] EXit\n"),
-              }),
-              texts);
-    // The defaults of the framework's connector stay.
-    int size = 0;
-    EXPECT_EQ(9900, connector.Read(nullptr, 0));
-    EXPECT_EQ(9900, connector.Control(0, nullptr, size));
-    EXPECT_FALSE(connector.IsRegistered());
-}
 
 // --- Reading the synthesizer back ------------------------------------------------------
 
