@@ -10,16 +10,6 @@ namespace {
 
 class ManagerRenderer : public ManagerVmTest {};
 
-TEST_F(ManagerRenderer, AFreshManagerHasNoRendererAndNoFilePlaying) {
-    EXPECT_EQ(0, RendererUsers());
-    EXPECT_FALSE(HasRenderer());
-    EXPECT_EQ(1, m_manager->GetFilePlayStatus());
-    EXPECT_EQ(nullptr, m_manager->GetDevice(4242));
-    EXPECT_EQ(nullptr, m_manager->CreateDevice("No Such Device"));
-    EXPECT_EQ(1, m_manager->SetAppInfo(5, 7, std::string("abc\0def", 7)));
-    EXPECT_EQ(0, RendererUsers());
-}
-
 TEST_F(ManagerRenderer, TakingDevicesAddsOneUserOnlyWhenThereIsNone) {
     INuvMIDIDevice* a = CreateKeyboard(0);
     INuvMIDIDevice* b = CreateKeyboard(1);
@@ -93,17 +83,6 @@ TEST_F(ManagerRenderer, DestroyingTheLibraryStopsARendererWithSeveralUsers) {
     NuvMIDIEntry::DeleteInstance();
     EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] END! \n\n"));
     EXPECT_EQ(1, log.Count("INFO: NuvMIDIRenderer::Destroy().\n\n"));
-}
-
-TEST_F(ManagerRenderer, AnOutputThatCannotBeOpenedStillRunsTheRenderer) {
-    nuv_audio_out_set_device("nuv_no_such_pcm");
-    LogCapture log;
-    INuvMIDIDevice* a = TakeKeyboard(0);
-    nuv_audio_out_set_device(nullptr);
-    ASSERT_NE(nullptr, a);
-    EXPECT_TRUE(log.Has("[NuvMIDIRenderer]m_pcm_handle=(nil), m_pcm_buf_size=0\n", NUV_LOG_INFO));
-    EXPECT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
-    EXPECT_EQ(1, RendererUsers());
 }
 
 } // namespace

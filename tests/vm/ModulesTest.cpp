@@ -95,10 +95,3 @@ TEST(Modules, AModuleNeverListedTakesElevenReadsAndStillRunsTheCommands) {
     unlink(marker.c_str());
 }
 
-TEST(Modules, AnEmptyCommandListLogsOnlyTheFinalLineAfterTheCheck) {
-    const char* commands[] = {nullptr};
-    LogCapture log(NUV_LOG_INFO);
-    NuvMIDIEntry::m_InsertModules("snd_seq", commands);
-    EXPECT_EQ(log.CountContaining("Insert module"), 0);
-    EXPECT_EQ(log.Lines().back().text, "INFO: D/D Modules for NUV is loaded complete!\n");
-}
