@@ -66,9 +66,13 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     INuvMIDIDevice* device = manager->CreateDevice(name.c_str());
     ASSERT_NE(nullptr, device);
     NoteCounter host;
+    struct LibraryGuard { // goes before the host callback, however the test ends
+        ~LibraryGuard() { NuvMIDIEntry::DeleteInstance(); }
+    } library;
     ASSERT_EQ(1, device->RegisterCallback(&host));
 
-    const SeqClientView* watcherView = SequencerView::Read().Find("MIDI Watcher");
+    const SequencerView view = SequencerView::Read();
+    const SeqClientView* watcherView = view.Find("MIDI Watcher");
     ASSERT_NE(nullptr, watcherView);
     const int watcher = watcherView->number;
     UserSpaceClient stormer("Stormer");
@@ -132,7 +136,6 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     // The system client's own announcements still count.
     stormer.Close();
     EXPECT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 0; }));
-    NuvMIDIEntry::DeleteInstance();
 }
 
 } // namespace
