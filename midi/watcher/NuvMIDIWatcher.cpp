@@ -1,6 +1,10 @@
 // The watcher's life cycle and its share of every enumeration pass.
 #include "NuvMIDIWatcher.h"
 
+#include <pthread.h>
+#include <sched.h>
+#include <string.h>
+
 #include "NuvLog"
 #include "NuvMIDIRecordLayout.h"
 #include "NuvResult"
@@ -8,17 +12,30 @@
 namespace {
 // The MIDI watcher and connector carry the bit position of the MIDI device-type code.
 const int kMIDIWatcherType = 9;
-// Passes at least every 30 ms, so that incoming MIDI is handled promptly. The period, not
-// the sequencer's input, paces the passes: the sequencer announces a client as it opens,
-// before the client has named itself, and a pass started by that announcement would
-// mostly read the placeholder "Client-<number>" and skip the device for good.
+// A pass runs when the sequencer has input waiting, and at least every 30 ms.
 const unsigned long kPassPeriodMs = 30;
+// The priority of FluidSynth's own MIDI input thread.
+const int kRealtimePriority = 50;
+
+// Incoming MIDI is read at real-time priority where the system allows it: the kernel drops
+// everything waiting for the watcher when its input pool overflows, so the watcher must run
+// as soon as input waits, not when a busy sender leaves it the processor.
+void RaiseToRealtime() {
+    sched_param param{};
+    param.sched_priority = kRealtimePriority;
+    const int err = pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+    if (err != 0)
+        print_dlog(NUV_LOG_INFO,
+                   "\n[NuvMIDIWatcher] no real-time priority (%s): input is read at normal "
+                   "priority\n",
+                   strerror(err));
+}
 } // namespace
 
 NuvMIDIWatcher::NuvMIDIWatcher()
     : m_flagSynthConnected(0), m_synthClient(0), m_synthPort(0), m_pSettings(nullptr),
       m_pSynthHandle(nullptr), m_pSeqHandle(nullptr), m_pMIDIDriver(nullptr), m_nWalkDepth(0),
-      m_bRemovedDuringWalk(false) {
+      m_bRemovedDuringWalk(false), m_bRealtimeTried(false) {
     m_nWatcherType = kMIDIWatcherType;
 }
 
@@ -59,6 +76,10 @@ int NuvMIDIWatcher::Destroy() {
 }
 
 void NuvMIDIWatcher::t_ExtraEnumerate() {
+    if (!m_bRealtimeTried) {
+        m_bRealtimeTried = true;
+        RaiseToRealtime();
+    }
     m_MIDIProcess();
     if (m_flagSynthConnected != 0) {
         // The synthesizer's client has just started: its number and port are known now,

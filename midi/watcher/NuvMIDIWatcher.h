@@ -11,8 +11,10 @@
 #include <alsa/asoundlib.h>
 #include <fluidsynth.h>
 
+#include <cstdint>
 #include <list>
 #include <mutex>
+#include <vector>
 
 #include "NuvMIDICallback.h"
 #include "NuvMIDITypes.h"
@@ -58,8 +60,10 @@ private:
     void m_MIDIProcess();
 
     // Event processing helpers. m_OnClientStart answers false when the rest of the
-    // waiting events are left for the next pass.
-    bool m_OnClientStart(const snd_seq_event_t* ev);
+    // waiting events are left for the next pass; with mayWait it may set the start aside
+    // instead (see PendingStart).
+    bool m_OnClientStart(int client, int port, bool mayWait);
+    bool m_DecidePendingStarts();
     void m_OnClientExit(const snd_seq_event_t* ev);
     void m_LinkSynthesizer(int client, int port);
     void m_EndWalk();
@@ -71,6 +75,19 @@ private:
     fluid_synth_t* m_pSynthHandle;
     snd_seq_t* m_pSeqHandle;
     fluid_midi_driver_t* m_pMIDIDriver;
+
+    // A client start whose name was still the sequencer's placeholder when it was read.
+    // Passes start as soon as input waits, so the announcement of a new client is often
+    // read before the client has named itself; it is decided by the first pass at least
+    // kNamingGraceNs later, as a pass once per period would have seen it. Only the watcher
+    // thread uses the list.
+    struct PendingStart {
+        int client;
+        int port;
+        int64_t readAtNs;
+    };
+    static constexpr int64_t kNamingGraceNs = 25 * 1000000;
+    std::vector<PendingStart> m_pendingStarts;
     // Registration order. A null entry is a callback removed during a walk: the walk
     // skips it and the outermost walk erases it when it ends.
     std::list<NuvMIDICallback*> m_callbackList;
@@ -78,6 +95,7 @@ private:
     std::recursive_mutex m_fanOutLock; // guards m_callbackList and the two fields below
     int m_nWalkDepth;                  // nesting depth of the walk in progress
     bool m_bRemovedDuringWalk;
+    bool m_bRealtimeTried; // the watcher thread's own: its priority is raised once
 };
 
 #endif

@@ -3,13 +3,27 @@
 // own client start links the watcher's sending port to it.
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
+
+#include <algorithm>
 
 #include "NuvLog"
 #include "NuvMIDIHandles.h"
 #include "NuvMIDIWatcher.h"
 #include "NuvMIDIWatcherNames.h"
 
+namespace {
+int64_t MonotonicNs() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+} // namespace
+
 void NuvMIDIWatcher::m_MIDIProcess() {
+    if (m_pSeqHandle == nullptr || !m_DecidePendingStarts())
+        return;
+
     // One record serves every event of this call; note events leave the bytes after
     // duration as the previous event left them.
     _MIDIMessage message;
@@ -54,7 +68,7 @@ void NuvMIDIWatcher::m_MIDIProcess() {
             OnMIDIEvent(ev->source.client, MIDIEventCode(ev->type), message);
             break;
         case SND_SEQ_EVENT_CLIENT_START:
-            if (!m_OnClientStart(ev))
+            if (!m_OnClientStart(ev->data.addr.client, ev->data.addr.port, true))
                 return;
             break;
         case SND_SEQ_EVENT_CLIENT_EXIT:
@@ -69,11 +83,20 @@ void NuvMIDIWatcher::m_MIDIProcess() {
     }
 }
 
-bool NuvMIDIWatcher::m_OnClientStart(const snd_seq_event_t* ev) {
-    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::m_MIDIProcess] Client connect Event\n");
-    const int client = ev->data.addr.client;
-    const int port = ev->data.addr.port;
+// Set-aside client starts whose grace has run out are decided now, in the order they were
+// read. False when one of them ends the reading of this pass.
+bool NuvMIDIWatcher::m_DecidePendingStarts() {
+    const int64_t now = MonotonicNs();
+    while (!m_pendingStarts.empty() && now - m_pendingStarts.front().readAtNs >= kNamingGraceNs) {
+        const PendingStart start = m_pendingStarts.front();
+        m_pendingStarts.erase(m_pendingStarts.begin());
+        if (!m_OnClientStart(start.client, start.port, false))
+            return false;
+    }
+    return true;
+}
 
+bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {
     // A client that cannot be read keeps the empty name of a fresh information object.
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
     const char* name = "";
@@ -81,6 +104,13 @@ bool NuvMIDIWatcher::m_OnClientStart(const snd_seq_event_t* ev) {
         snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get());
         name = snd_seq_client_info_get_name(clientInfo.get());
     }
+    // Probably not named yet: decided later, as if read then (see PendingStart).
+    if (mayWait && strstr(name, "Client") != nullptr && strstr(name, "Recorder") == nullptr) {
+        m_pendingStarts.push_back({client, port, MonotonicNs()});
+        return true;
+    }
+
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::m_MIDIProcess] Client connect Event\n");
     print_dlog(NUV_LOG_TRACE,
                "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [%d], port [%d], name "
                "[%s] connected\n",
@@ -136,6 +166,13 @@ void NuvMIDIWatcher::m_OnClientExit(const snd_seq_event_t* ev) {
                "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [%d], port number [%d] "
                "disconnected\n",
                ev->data.addr.client, ev->data.addr.port);
+    // A client that leaves before its start was decided never becomes a candidate.
+    const int client = ev->data.addr.client;
+    m_pendingStarts.erase(std::remove_if(m_pendingStarts.begin(), m_pendingStarts.end(),
+                                         [client](const PendingStart& start) {
+                                             return start.client == client;
+                                         }),
+                          m_pendingStarts.end());
     char key[8];
     snprintf(key, sizeof(key), "%d", ev->data.addr.client);
     t_DeleteCandidate(key);

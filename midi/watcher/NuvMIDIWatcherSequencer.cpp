@@ -17,6 +17,7 @@ const char kSeqDevicePath[] = "/dev/snd/seq";
 // Both listening ports take writes from subscribers; the sending port offers reads.
 const unsigned int kListenCaps = SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE;
 const unsigned int kSendCaps = SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ;
+const size_t kInputPoolEvents = 2000;
 
 // Calls perPort(clientInfo, portInfo) for every port of every client after the system
 // client, in increasing client and port number.
@@ -83,6 +84,16 @@ int NuvMIDIWatcher::m_CreateSequencer() {
                    "\n[NuvMIDIWatcher::m_CreateSequencer] Could not unblock sequencer\n");
         return NUV_ERR_GENERAL;
     }
+    // Room for 2000 events waiting to be read, the kernel's largest input pool, and a read
+    // buffer that takes them all in one read: the kernel drops everything waiting when its
+    // pool overflows, so a burst must find room there.
+    snd_seq_set_client_pool_input(seq.get(), kInputPoolEvents);
+    snd_seq_set_input_buffer_size(seq.get(), kInputPoolEvents * sizeof(snd_seq_event_t));
+    // A pass starts as soon as input waits, not only when the period has run out: a key
+    // press reaches the callbacks without waiting for a timer.
+    struct pollfd wake[4];
+    const int wakeCount = snd_seq_poll_descriptors(seq.get(), wake, 4, POLLIN);
+    t_SetWakeDescriptors(wake, wakeCount);
     m_pSeqHandle = seq.release();
     return 0;
 }
@@ -91,6 +102,7 @@ void NuvMIDIWatcher::m_DestroySequencer() {
     print_dlog(NUV_LOG_TRACE, "%s\n",
                "\n[NuvMIDIWatcher::m_DestroySequencer] Destroying sequencer\n");
     if (m_pSeqHandle != nullptr) {
+        t_SetWakeDescriptors(nullptr, 0);
         snd_seq_close(m_pSeqHandle);
         m_pSeqHandle = nullptr;
     }

@@ -115,23 +115,27 @@ TEST_F(MIDIWatcherDiscovery, ClientOpenedLaterComesAndGoesWithItsClientInfoRelea
                         "], port number [0] disconnected\n"));
 }
 
-TEST_F(MIDIWatcherDiscovery, RecorderAndUnnamedClientsAreSkippedAndTheRestWaits) {
+TEST_F(MIDIWatcherDiscovery, RecorderIsSkippedAndTheRestWaitsUnnamedIsDecidedLater) {
+    const std::string skippedLine =
+        "\n[NuvMIDIWatcher::m_MIDIProcess] MIDIRecorder, so nothing to do\n\n";
     Pass();
     for (const char* skipped : {"MIDIRecorder", "Test Client"}) {
         SCOPED_TRACE(skipped);
+        const bool recorder = std::string(skipped) == "MIDIRecorder";
         UserSpaceClient other(skipped);
         UserSpaceClient keyboard("Late Keyboard");
         ASSERT_TRUE(other.IsOpen() && keyboard.IsOpen());
         LogCapture log;
 
+        // A recorder ends the pass at once; a name with "Client" may be the placeholder of
+        // a client that has not named itself yet, so it is set aside and the pass goes on.
         Pass();
-        EXPECT_TRUE(log.Has("\n[NuvMIDIWatcher::m_MIDIProcess] MIDIRecorder, so nothing to do\n\n",
-                            NUV_LOG_TRACE));
-        EXPECT_FALSE(HasCandidate(other.Client()));
-        EXPECT_FALSE(HasCandidate(keyboard.Client())); // still waiting
-
-        Pass();
-        EXPECT_TRUE(HasCandidate(keyboard.Client()));
+        EXPECT_EQ(recorder, log.Has(skippedLine, NUV_LOG_TRACE));
+        EXPECT_EQ(!recorder, HasCandidate(keyboard.Client()));
+        EXPECT_TRUE(WaitFor([&] {
+            Pass();
+            return log.Has(skippedLine, NUV_LOG_TRACE) && HasCandidate(keyboard.Client());
+        }));
         EXPECT_FALSE(HasCandidate(other.Client()));
 
         // Exits are handled whatever the client was. (The sequencer reuses client

@@ -115,8 +115,8 @@ TEST_F(MIDIWatcherRunning, FanOutHoldsWhileHostsRegisterDuringAStream) {
     EXPECT_GT(selfRemoving.calls.load(), 0);
 }
 
-// Not a pass/fail figure: prints how long a note takes from the keyboard's raw node to a
-// callback on the watcher thread.
+// How long a note takes from the keyboard's raw node to a callback on the watcher thread:
+// the sequencer's input wakes the thread, so the period (30 ms) must not show.
 TEST_F(MIDIWatcherRunning, LatencyFromKeyboardToCallback) {
     struct Timestamping : NuvMIDICallback {
         int OnMIDIEvent(int, int, _MIDIMessage& msg) override {
@@ -131,7 +131,7 @@ TEST_F(MIDIWatcherRunning, LatencyFromKeyboardToCallback) {
     } callback;
     watcher->RegisterMIDICallback(&callback);
 
-    const int kNotes = 300;
+    const int kNotes = 200;
     std::vector<double> latencies;
     // A key press comes at any moment of the watcher's period, not right after a pass has
     // delivered the previous one: each note waits a random part of a period first.
@@ -160,8 +160,7 @@ TEST_F(MIDIWatcherRunning, LatencyFromKeyboardToCallback) {
     printf("[ latency  ] %d notes, raw node to callback: median %.2f ms, 90%% %.2f ms, "
            "worst %.2f ms\n",
            kNotes, median, p90, worst);
-    RecordProperty("median_ms", std::to_string(median));
-    RecordProperty("worst_ms", std::to_string(worst));
+    EXPECT_LT(p90, 10.0);
 }
 
 } // namespace

@@ -23,6 +23,7 @@ public:
     // the time ran out first.
     bool WaitForOutput(const std::string& text, std::chrono::milliseconds timeout);
     void Signal(int signal);
+    pid_t Pid() const { return m_pid; }
     // Reads the rest of the output until the child has exited; false (and the child
     // killed) when it has not within `timeout`.
     bool Wait(std::chrono::milliseconds timeout);

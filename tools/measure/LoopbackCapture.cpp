@@ -52,9 +52,11 @@ void LoopbackCapture::m_Run() {
             snd_pcm_start(m_pcm);
             continue;
         }
+        const auto now = std::chrono::steady_clock::now();
         std::lock_guard<std::mutex> lock(m_mutex);
         m_recorded.samples.insert(m_recorded.samples.end(), period.begin(),
                                   period.begin() + got * 2);
+        m_reads.emplace_back(now, m_recorded.Frames());
     }
 }
 
@@ -79,4 +81,14 @@ double LoopbackCapture::RecentRms(int ms) const {
 void LoopbackCapture::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_recorded.samples.clear();
+    m_reads.clear();
+}
+
+std::chrono::steady_clock::time_point LoopbackCapture::CapturedAt(size_t frame) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& [returned, frames] : m_reads) {
+        if (frames > frame)
+            return returned - std::chrono::microseconds((frames - frame) * 1000000 / kRate);
+    }
+    return std::chrono::steady_clock::time_point::max();
 }

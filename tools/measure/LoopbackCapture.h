@@ -6,9 +6,12 @@
 #include <alsa/asoundlib.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "PcmAnalysis.h"
 
@@ -29,6 +32,10 @@ public:
     // Level of the last `ms` milliseconds recorded (0 before there are that many).
     double RecentRms(int ms) const;
     void Clear();
+    // When the frame of this index in Recorded() was captured, from the moment each read
+    // returned: early by at most the time a read takes to return, which is the same for
+    // every sound source measured.
+    std::chrono::steady_clock::time_point CapturedAt(size_t frame) const;
 
 private:
     void m_Run();
@@ -39,6 +46,8 @@ private:
     std::atomic<bool> m_stop{false};
     mutable std::mutex m_mutex;
     Pcm m_recorded;
+    // For each read: when it returned and how many frames Recorded() held after it.
+    std::vector<std::pair<std::chrono::steady_clock::time_point, size_t>> m_reads;
 };
 
 #endif

@@ -1,0 +1,110 @@
+// The running watcher starts a pass as soon as the sequencer has input: clients that
+// arrive in a rush still become candidates although their announcements are read before
+// they have named themselves, and a key press does not wait for the period.
+#include <alsa/asoundlib.h>
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "WatcherFixture.h"
+
+namespace {
+
+// The candidate keys as the watcher announces them, from its own thread.
+class CandidateEvents : public NuvCallback {
+public:
+    int t_OnCallback(int event, void* arg1, void*, void*) override {
+        const std::string key = static_cast<_NuvDetailDevInfo*>(arg1)->key;
+        std::lock_guard<std::mutex> lock(m_lock);
+        if (event == NUV_EVENT_CANDIDATE_ADDED)
+            m_keys.insert(key);
+        else if (event == NUV_EVENT_CANDIDATE_REMOVED)
+            m_keys.erase(key);
+        return 0;
+    }
+    bool Has(int client) {
+        std::lock_guard<std::mutex> lock(m_lock);
+        return m_keys.count(std::to_string(client)) == 1;
+    }
+
+private:
+    std::mutex m_lock;
+    std::set<std::string> m_keys;
+};
+
+class MIDIWatcherWaking : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (SequencerView::Read().Clients().empty())
+            GTEST_SKIP() << "no kernel sequencer";
+        watcher.reset(new NuvMIDIWatcher());
+        ASSERT_EQ(0, watcher->Create());
+        ASSERT_EQ(0, watcher->RegisterCallback(&events));
+        ASSERT_EQ(0, watcher->Start());
+    }
+    void TearDown() override {
+        if (watcher) {
+            EXPECT_EQ(0, watcher->Destroy());
+        }
+    }
+
+    CandidateEvents events;
+    std::unique_ptr<NuvMIDIWatcher> watcher;
+};
+
+// The sequencer has room for 64 user-space clients, the watcher and the synthesizer's
+// included: 200 arrivals come in rounds of 50.
+TEST_F(MIDIWatcherWaking, ClientsArrivingInARushAllBecomeCandidatesAndLeave) {
+    for (int round = 0; round < 4; ++round) {
+        std::vector<std::unique_ptr<UserSpaceClient>> clients;
+        for (int i = 0; i < 50; ++i) {
+            clients.emplace_back(new UserSpaceClient("Rush Keyboard " + std::to_string(i)));
+            ASSERT_TRUE(clients.back()->IsOpen());
+        }
+        for (const auto& client : clients)
+            EXPECT_TRUE(WaitFor([&] { return events.Has(client->Client()); })) << client->Client();
+
+        std::vector<int> numbers;
+        for (auto& client : clients) {
+            numbers.push_back(client->Client());
+            client->Close();
+        }
+        for (int number : numbers)
+            EXPECT_TRUE(WaitFor([&] { return !events.Has(number); })) << number;
+    }
+}
+
+TEST_F(MIDIWatcherWaking, AClientThatNeverNamesItselfIsSkippedOneThatLeavesAtOnceLeavesNothing) {
+    LogCapture log;
+    // Opened and never named: the sequencer's placeholder "Client-<number>" stays.
+    snd_seq_t* unnamed = nullptr;
+    ASSERT_EQ(0, snd_seq_open(&unnamed, "default", SND_SEQ_OPEN_DUPLEX, 0));
+    const int unnamedClient = snd_seq_client_id(unnamed);
+    snd_seq_t* brief = nullptr;
+    ASSERT_EQ(0, snd_seq_open(&brief, "default", SND_SEQ_OPEN_DUPLEX, 0));
+    const int briefClient = snd_seq_client_id(brief);
+    snd_seq_close(brief);
+
+    const std::string unnamedStart = "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [" +
+                                     std::to_string(unnamedClient) + "], port [";
+    const std::string briefStart = "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [" +
+                                   std::to_string(briefClient) + "], port [";
+    const std::string briefExit = "\n[NuvMIDIWatcher::m_MIDIProcess] Device with client id [" +
+                                  std::to_string(briefClient) + "], port number [0] disconnected";
+    EXPECT_TRUE(WaitFor([&] {
+        return log.CountContaining(unnamedStart) == 1 && log.CountContaining(briefExit) == 1 &&
+               log.Has("\n[NuvMIDIWatcher::m_MIDIProcess] MIDIRecorder, so nothing to do\n\n",
+                       NUV_LOG_TRACE);
+    }));
+    EXPECT_FALSE(events.Has(unnamedClient));
+    // Set aside, then gone before it was decided: never decided under its placeholder name.
+    // (A start read only after the client has gone finds no name at all, and its candidate
+    // leaves with the exit that follows.)
+    EXPECT_EQ(0, log.CountContaining(briefStart + "0], name [Client-"));
+    EXPECT_FALSE(events.Has(briefClient));
+    snd_seq_close(unnamed);
+}
+
+} // namespace

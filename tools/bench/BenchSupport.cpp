@@ -1,0 +1,165 @@
+#include "BenchSupport.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "NuvResult"
+#include "WaitFor.h"
+
+double Timings::Quantile(double q) const {
+    if (ms.empty())
+        return 0;
+    std::vector<double> sorted = ms;
+    std::sort(sorted.begin(), sorted.end());
+    const size_t index = std::min(sorted.size() - 1, size_t(q * double(sorted.size())));
+    return sorted[index];
+}
+
+double ProcessCpuSeconds(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    // The fields after the command name, which may hold spaces: utime and stime are the
+    // 14th and 15th fields of the line.
+    const size_t close = line.rfind(')');
+    if (close == std::string::npos)
+        return 0;
+    std::istringstream fields(line.substr(close + 2));
+    std::string skip;
+    for (int i = 3; i < 14; ++i)
+        fields >> skip;
+    unsigned long utime = 0, stime = 0;
+    fields >> utime >> stime;
+    return double(utime + stime) / double(sysconf(_SC_CLK_TCK));
+}
+
+long ResidentKiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::stol(line.substr(6));
+    }
+    return 0;
+}
+
+std::string Fixed(double value, int decimals) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+std::string Ratio(double value, double anchor) {
+    return anchor > 0 ? Fixed(value / anchor, 2) + " x" : "-";
+}
+
+void PrintTable(const std::vector<Row>& rows, const std::vector<std::string>& notes) {
+    std::printf("\n| what | libNuvMIDI | anchor | ratio |\n|---|---|---|---|\n");
+    for (const Row& row : rows)
+        std::printf("| %s | %s | %s | %s |\n", row.what.c_str(), row.value.c_str(),
+                    row.anchor.c_str(), row.ratio.c_str());
+    std::printf("\n");
+    for (const std::string& note : notes)
+        std::printf("- %s\n", note.c_str());
+    std::fflush(stdout);
+}
+
+bool Host::Create() {
+    if (NuvMIDI_Create() != 1)
+        return false;
+    m_manager = NuvMIDI_GetDeviceManager();
+    return m_manager != nullptr && m_manager->RegisterCallback(this) == 0;
+}
+
+void Host::Destroy() {
+    if (m_manager != nullptr)
+        m_manager->UnregisterCallback(this);
+    m_manager = nullptr;
+    NuvMIDI_Destroy();
+}
+
+INuvMIDIDevice* Host::Take(const std::string& prefix) {
+    return m_Take(prefix, false);
+}
+
+INuvMIDIDevice* Host::TakeSynthesizer() {
+    return m_Take("", true);
+}
+
+INuvMIDIDevice* Host::m_Take(const std::string& prefix, bool synthesizer) {
+    std::string name;
+    ::WaitFor(
+        [&] {
+            _NuvDevInfo info{};
+            bool created = false;
+            for (int i = 0; m_manager->GetConnectedDeviceInfo(info, created, i) == 0; ++i) {
+                const bool match = synthesizer ? info.isSynth != 0
+                                               : std::strncmp(info.deviceName, prefix.c_str(),
+                                                              prefix.size()) == 0;
+                if (match) {
+                    name = info.deviceName;
+                    return true;
+                }
+            }
+            return false;
+        },
+        std::chrono::seconds(10));
+    return name.empty() ? nullptr : m_manager->CreateDevice(name.c_str());
+}
+
+bool Host::WaitForDevices(long attached, long detached, std::chrono::milliseconds timeout) {
+    std::unique_lock<std::mutex> lock(m_lock);
+    return m_changed.wait_for(lock, timeout, [&] {
+        return m_attached >= attached && m_detached >= detached;
+    });
+}
+
+void Host::DeviceCounts(long& attached, long& detached) {
+    std::lock_guard<std::mutex> lock(m_lock);
+    attached = m_attached;
+    detached = m_detached;
+}
+
+int Host::t_OnCallback(int event, void*, void*, void*) {
+    std::lock_guard<std::mutex> lock(m_lock);
+    if (event == NUV_EVENT_DEVICE_ATTACHED)
+        ++m_attached;
+    else if (event == NUV_EVENT_DEVICE_DETACHED)
+        ++m_detached;
+    m_changed.notify_all();
+    return 0;
+}
+
+int ArrivalStamps::t_OnCallback(int code, void*, void* arg2, void*) {
+    const BenchClock::time_point now = BenchClock::now();
+    INuvMIDIDevice* forward = m_forward.load();
+    if (forward != nullptr && arg2 != nullptr)
+        forward->SendMessage(static_cast<MIDIEventType>(code - 10),
+                             *static_cast<_MIDIMessage*>(arg2));
+    Stamp(now);
+    return 0;
+}
+
+void ArrivalStamps::Stamp(BenchClock::time_point at) {
+    std::lock_guard<std::mutex> lock(m_lock);
+    m_stamps.push_back(at);
+    m_arrived.notify_all();
+}
+
+bool ArrivalStamps::WaitFor(size_t count, BenchClock::time_point& at,
+                            std::chrono::milliseconds timeout) {
+    std::unique_lock<std::mutex> lock(m_lock);
+    if (!m_arrived.wait_for(lock, timeout, [&] { return m_stamps.size() > count; }))
+        return false;
+    at = m_stamps[count];
+    return true;
+}
+
+size_t ArrivalStamps::Count() {
+    std::lock_guard<std::mutex> lock(m_lock);
+    return m_stamps.size();
+}
