@@ -4,6 +4,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <mutex>
+
 #include "NuvLog"
 #include "NuvMIDIConnector.h"
 
@@ -12,6 +14,9 @@ namespace {
 const int kWatcherSendPort = 2;
 // Every answer text leaves room for the terminator within the message's text.
 const size_t kTextBound = 255;
+// Every connector sends through the watcher's one sequencer handle, whose output buffer is
+// not safe for two threads at once: host threads sending to different devices take turns.
+std::mutex g_sendMutex;
 
 bool IsNote(MIDIEventType type) {
     return type == MIDI_EVENT_NOTE_ON || type == MIDI_EVENT_NOTE_OFF;
@@ -54,6 +59,7 @@ int NuvMIDIConnector::SendMessage(MIDIEventType type, _MIDIMessage& msg) {
     }
 
     if (info->seq != nullptr) {
+        std::lock_guard<std::mutex> lock(g_sendMutex);
         snd_seq_event_output(info->seq, &event);
         snd_seq_drain_output(info->seq);
     }

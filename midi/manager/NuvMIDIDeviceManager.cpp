@@ -66,11 +66,12 @@ INuvMIDIDevice* NuvMIDIDeviceManager::CreateDevice(const char* name) {
 INuvMIDIDevice* NuvMIDIDeviceManager::GetDevice(int id) {
     print_dlog(NUV_LOG_INFO, "ID = [%d].", id);
     NuvDevice* device = NuvDeviceManager::t_FindDevice(id);
+    NuvMIDIConnector* connector = m_FindConnector(id);
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     // Taking a device adds a user of the renderer only when there is none.
-    if (m_rendererRefCount == 0 && device != nullptr && device->GetConnector() != nullptr) {
+    if (m_rendererRefCount == 0 && device != nullptr && connector != nullptr) {
         _MIDIClientInfo info{};
-        static_cast<NuvMIDIConnector*>(device->GetConnector())->GetClientInformation(&info);
+        connector->GetClientInformation(&info);
         m_CreateRenderer(info.synth);
     }
     return AsHostDevice(device);
@@ -102,9 +103,15 @@ NuvDevice* NuvMIDIDeviceManager::t_NewDevice(NuvConnector* connector, int id) {
     return new NuvMIDIDevice(connector, id);
 }
 
+// Read under the manager's mutex: a host thread destroying that device takes it out of the
+// map under the same mutex before deleting it, so the device is never read after its delete.
 NuvMIDIConnector* NuvMIDIDeviceManager::m_FindConnector(int id) {
-    NuvDevice* device = NuvDeviceManager::t_FindDevice(id);
-    return device != nullptr ? static_cast<NuvMIDIConnector*>(device->GetConnector()) : nullptr;
+    if (!m_mutex.FlagCreate())
+        return nullptr;
+    NuvMutexGuard guard(m_mutex);
+    auto it = m_mapDevice.find(id);
+    return it != m_mapDevice.end() ? static_cast<NuvMIDIConnector*>(it->second->GetConnector())
+                                   : nullptr;
 }
 
 int NuvMIDIDeviceManager::m_CreateRenderer(fluid_synth_t* synth) {

@@ -1,0 +1,141 @@
+// Any client may write anything to the watcher's listening ports: a storm of random events
+// of every type leaves the library working, and announcements of client starts and exits
+// that do not come from the system client change no device.
+#include <gtest/gtest.h>
+
+#include <alsa/asoundlib.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "NuvMIDI.h"
+#include "NuvLog"
+#include "NuvMIDIEntry.h"
+#include "SequencerView.h"
+#include "VirtualKeyboard.h"
+#include "WaitFor.h"
+
+namespace {
+
+// Thousands of unhandled events would flood the console: failures of vital parts only.
+struct QuietLog {
+    QuietLog() : previous(NuvLog_SetThreshold(NUV_LOG_CRITICAL)) {}
+    ~QuietLog() { NuvLog_SetThreshold(previous); }
+    int previous;
+};
+
+struct NoteCounter : NuvCallback {
+    int t_OnCallback(int event, void*, void*, void*) override {
+        if (event == MIDIEventCode(SND_SEQ_EVENT_NOTEON))
+            ++notes;
+        return 0;
+    }
+    std::atomic<int> notes{0};
+};
+
+std::set<std::string> ConnectedDevices(INuvMIDIDeviceManager* manager) {
+    std::set<std::string> devices;
+    _NuvDevInfo info{};
+    bool taken = false;
+    for (int index = 0; manager->GetConnectedDeviceInfo(info, taken, index) == 0; ++index)
+        devices.insert(std::string(info.UID) + " " + info.deviceName);
+    return devices;
+}
+
+TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
+    constexpr int kRounds = 12; // every type this many times, in random order
+    const char* given = std::getenv("NUV_STORM_SEED");
+    const unsigned seed = given != nullptr ? unsigned(std::strtoul(given, nullptr, 10))
+                                           : std::random_device()();
+    std::printf("NUV_STORM_SEED=%u\n", seed);
+    std::mt19937 random(seed);
+    QuietLog quiet;
+
+    auto keyboards = VirtualKeyboard::FindAll();
+    ASSERT_FALSE(keyboards.empty());
+    VirtualKeyboard& keyboard = keyboards.front();
+    ASSERT_NE(nullptr, NuvMIDIEntry::GetInstance());
+    INuvMIDIDeviceManager* manager = NuvMIDIEntry::GetDeviceManagerInstance();
+    const std::string name = keyboard.ClientName();
+    ASSERT_TRUE(WaitFor([&] { return manager->IsConnected(name.c_str()) == 1; }));
+    INuvMIDIDevice* device = manager->CreateDevice(name.c_str());
+    ASSERT_NE(nullptr, device);
+    NoteCounter host;
+    struct LibraryGuard { // goes before the host callback, however the test ends
+        ~LibraryGuard() { NuvMIDIEntry::DeleteInstance(); }
+    } library;
+    ASSERT_EQ(1, device->RegisterCallback(&host));
+
+    const SequencerView view = SequencerView::Read();
+    const SeqClientView* watcherView = view.Find("MIDI Watcher");
+    ASSERT_NE(nullptr, watcherView);
+    const int watcher = watcherView->number;
+    UserSpaceClient stormer("Stormer");
+    ASSERT_TRUE(stormer.IsOpen());
+    snd_seq_nonblock(stormer.Handle(), 1); // a full queue drops the event, never blocks us
+    ASSERT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 1; }));
+    const std::set<std::string> before = ConnectedDevices(manager);
+
+    std::vector<int> types;
+    for (int round = 0; round < kRounds; ++round)
+        for (int type = 0; type < 256; ++type)
+            types.push_back(type);
+    std::shuffle(types.begin(), types.end(), random);
+    const int madeUpClient = 99; // no client has this number
+    int sent = 0, count = 0;
+    std::vector<unsigned char> payload;
+    for (int type : types) {
+        snd_seq_event_t ev;
+        snd_seq_ev_clear(&ev);
+        auto* raw = reinterpret_cast<unsigned char*>(&ev.data);
+        for (size_t i = 0; i < sizeof ev.data; ++i)
+            raw[i] = static_cast<unsigned char>(random());
+        ev.type = static_cast<snd_seq_event_type_t>(type);
+        snd_seq_ev_set_source(&ev, 0);
+        snd_seq_ev_set_dest(&ev, watcher, int(random() % 2));
+        snd_seq_ev_set_direct(&ev);
+        if (type >= SND_SEQ_EVENT_CLIENT_START && type <= SND_SEQ_EVENT_PORT_UNSUBSCRIBED) {
+            // A forged announcement about a client that does not exist or about the keyboard.
+            ev.data.addr.client =
+                static_cast<unsigned char>(random() % 2 ? madeUpClient : keyboard.Client());
+            ev.data.addr.port = 0;
+        }
+        if (snd_seq_ev_is_variable_type(&ev)) {
+            payload.resize(1 + 2 * (random() % 200)); // odd lengths, up to 399 bytes
+            for (auto& byte : payload)
+                byte = static_cast<unsigned char>(random());
+            if (type == SND_SEQ_EVENT_SYSEX && random() % 2) {
+                payload.front() = 0xF0;
+                payload.back() = 0xF7;
+            }
+            snd_seq_ev_set_variable(&ev, payload.size(), payload.data());
+        }
+        if (snd_seq_event_output_direct(stormer.Handle(), &ev) >= 0)
+            ++sent;
+        // Now and then a real key press, which the host gets once the watcher has read
+        // everything sent before it: the library stays alive, and most of the storm lands.
+        if (++count % 32 == 0) {
+            const int notes = host.notes;
+            ASSERT_TRUE(keyboard.Write({0x90, 60, 100}));
+            ASSERT_TRUE(WaitFor([&] { return host.notes > notes; }, std::chrono::seconds(10)))
+                << "a key press no longer reaches the host, " << count << " events into the storm";
+        }
+    }
+    std::printf("%d of %zu events accepted by the sequencer\n", sent, types.size());
+    EXPECT_GT(sent, int(types.size()) / 2);
+
+    EXPECT_EQ(before, ConnectedDevices(manager)) << "forged announcements changed the devices";
+    EXPECT_EQ(device, manager->GetDevice(device->GetID()));
+    EXPECT_NE(nullptr, SequencerView::Read().Find("MIDI Watcher"));
+
+    // The system client's own announcements still count.
+    stormer.Close();
+    EXPECT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 0; }));
+}
+
+} // namespace
