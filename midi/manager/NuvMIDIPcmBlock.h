@@ -17,4 +17,15 @@ inline bool NuvMIDIBlockIsSilent(const unsigned char* block) {
     return true;
 }
 
+// True when no sample of the block is beyond one step from zero: what the synthesizer's
+// dither alone produces once every voice and effect tail has died away.
+inline bool NuvMIDIBlockIsDitherOnly(const unsigned char* block) {
+    for (int at = 0; at < kNuvMIDIBlockBytes; at += 2) {
+        const int sample = static_cast<short>(block[at] | (block[at + 1] << 8));
+        if (sample > 1 || sample < -1)
+            return false;
+    }
+    return true;
+}
+
 #endif

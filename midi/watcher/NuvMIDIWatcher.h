@@ -64,6 +64,7 @@ private:
     // instead (see PendingStart).
     bool m_OnClientStart(int client, int port, bool mayWait);
     bool m_DecidePendingStarts();
+    bool m_HasPlaceholderName(int client);
     void m_OnClientExit(const snd_seq_event_t* ev);
     void m_LinkSynthesizer(int client, int port);
     void m_EndWalk();
@@ -87,6 +88,7 @@ private:
         int64_t readAtNs;
     };
     static constexpr int64_t kNamingGraceNs = 25 * 1000000;
+    static constexpr int64_t kNamingLimitNs = 1000 * 1000000;
     std::vector<PendingStart> m_pendingStarts;
     // Registration order. A null entry is a callback removed during a walk: the walk
     // skips it and the outermost walk erases it when it ends.

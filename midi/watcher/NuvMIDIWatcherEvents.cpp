@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <string>
 
 #include "NuvLog"
 #include "NuvMIDIHandles.h"
@@ -84,16 +85,31 @@ void NuvMIDIWatcher::m_MIDIProcess() {
 }
 
 // Set-aside client starts whose grace has run out are decided now, in the order they were
-// read. False when one of them ends the reading of this pass.
+// read; one that still carries the sequencer's placeholder "Client-<number>" (a busy
+// machine can keep a client from naming itself for a while) gets up to kNamingLimitNs.
+// False when one of them ends the reading of this pass.
 bool NuvMIDIWatcher::m_DecidePendingStarts() {
     const int64_t now = MonotonicNs();
-    while (!m_pendingStarts.empty() && now - m_pendingStarts.front().readAtNs >= kNamingGraceNs) {
-        const PendingStart start = m_pendingStarts.front();
-        m_pendingStarts.erase(m_pendingStarts.begin());
+    for (size_t i = 0; i < m_pendingStarts.size();) {
+        const PendingStart start = m_pendingStarts[i];
+        const int64_t age = now - start.readAtNs;
+        if (age < kNamingGraceNs || (age < kNamingLimitNs && m_HasPlaceholderName(start.client))) {
+            ++i;
+            continue;
+        }
+        m_pendingStarts.erase(m_pendingStarts.begin() + static_cast<long>(i));
         if (!m_OnClientStart(start.client, start.port, false))
             return false;
     }
     return true;
+}
+
+bool NuvMIDIWatcher::m_HasPlaceholderName(int client) {
+    NuvSeqClientInfo clientInfo = NuvNewClientInfo();
+    if (!clientInfo || snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get()) < 0)
+        return false;
+    const std::string placeholder = "Client-" + std::to_string(client);
+    return placeholder == snd_seq_client_info_get_name(clientInfo.get());
 }
 
 bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {

@@ -111,5 +111,7 @@ Timings TimeKeyToSound(VirtualKeyboard& keyboard, LoopbackCapture& capture, int 
         else
             times.ms.push_back(Milliseconds(capture.CapturedAt(onset) - written));
     }
+    // The last note-off has reached whatever plays before the caller changes the route.
+    WaitFor([&] { return capture.RecentRms(100) < 0.001; }, std::chrono::seconds(3));
     return times;
 }
