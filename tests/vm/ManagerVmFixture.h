@@ -14,6 +14,7 @@
 
 #include "NuvMIDIDeviceManager.h"
 #include "NuvMIDIEntry.h"
+#include "VirtualKeyboard.h"
 #include "WaitFor.h"
 
 struct NuvMIDIDeviceManagerProbe {
@@ -42,7 +43,7 @@ protected:
         for (size_t a = 0; a < m_clients.size(); ++a)
             for (size_t b = 0; b < m_clients.size(); ++b)
                 if (a != b)
-                    m_Disconnect(m_clients[a], m_clients[b]);
+                    DisconnectPorts(m_clients[a], m_clients[b]);
     }
 
     NuvMIDIDeviceManager* Impl() const { return static_cast<NuvMIDIDeviceManager*>(m_manager); }
@@ -84,20 +85,6 @@ protected:
     INuvMIDIDeviceManager* m_manager = nullptr;
 
 private:
-    static void m_Disconnect(int from, int to) {
-        snd_seq_t* seq = nullptr;
-        if (snd_seq_open(&seq, "default", SND_SEQ_OPEN_DUPLEX, 0) < 0)
-            return;
-        snd_seq_port_subscribe_t* subscription;
-        snd_seq_port_subscribe_alloca(&subscription);
-        const snd_seq_addr_t sender{static_cast<unsigned char>(from), 0};
-        const snd_seq_addr_t dest{static_cast<unsigned char>(to), 0};
-        snd_seq_port_subscribe_set_sender(subscription, &sender);
-        snd_seq_port_subscribe_set_dest(subscription, &dest);
-        snd_seq_unsubscribe_port(seq, subscription);
-        snd_seq_close(seq);
-    }
-
     size_t m_FindKeyboards() {
         m_keyboards.clear();
         m_clients.clear();

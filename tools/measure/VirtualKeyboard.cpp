@@ -117,3 +117,17 @@ void UserSpaceClient::Close() {
         m_seq = nullptr;
     }
 }
+
+void DisconnectPorts(int fromClient, int toClient) {
+    snd_seq_t* seq = nullptr;
+    if (snd_seq_open(&seq, "default", SND_SEQ_OPEN_DUPLEX, 0) < 0)
+        return;
+    snd_seq_port_subscribe_t* subscription;
+    snd_seq_port_subscribe_alloca(&subscription);
+    const snd_seq_addr_t sender{static_cast<unsigned char>(fromClient), 0};
+    const snd_seq_addr_t dest{static_cast<unsigned char>(toClient), 0};
+    snd_seq_port_subscribe_set_sender(subscription, &sender);
+    snd_seq_port_subscribe_set_dest(subscription, &dest);
+    snd_seq_unsubscribe_port(seq, subscription);
+    snd_seq_close(seq);
+}

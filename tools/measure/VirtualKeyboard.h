@@ -14,8 +14,8 @@
 // opened by the constructor and closed by Close() or the destructor (a keyboard
 // application appearing and going away). The sequencer announces a client as it opens,
 // before the client has named itself: whoever reads the announcement at once finds the
-// sequencer's placeholder name "Client-<number>" (a running watcher reads announcements
-// once per 30 ms pass, so it meets that name rarely, but it can).
+// sequencer's placeholder name "Client-<number>" (the watcher, woken by the announcement,
+// meets that name often and gives the client time to name itself).
 #ifndef NUV_MEASURE_VIRTUAL_KEYBOARD_H
 #define NUV_MEASURE_VIRTUAL_KEYBOARD_H
 
@@ -76,5 +76,9 @@ private:
     snd_seq_t* m_seq;
     int m_client;
 };
+
+// Removes the subscription from port 0 of one client to port 0 of another, as
+// `aconnect -d` does (streams between devices leave theirs behind).
+void DisconnectPorts(int fromClient, int toClient);
 
 #endif
