@@ -1,5 +1,6 @@
 // NuvMIDIEntry's kernel-module operations, for the host: wait for one module to be listed
 // in /proc/modules, then run the shell commands that load the others.
+#include <spawn.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/types.h>
@@ -34,14 +35,13 @@ int NuvMIDIEntry::m_ReadProcModules(char* buffer) {
     return buffer[0] != '\0' ? 1 : 0;
 }
 
+// posix_spawn starts the child without copying the host's address space (as vfork does),
+// so a large process with many threads can still run a command.
 int NuvMIDIEntry::m_ExecShell(const char* command) {
-    const pid_t pid = vfork();
-    if (pid == 0) {
-        // The child shares the parent's memory until exec: it does nothing else.
-        execl("/bin/sh", "/bin/sh", "-c", command, static_cast<char*>(nullptr));
-        _exit(1);
-    }
-    if (pid < 0)
+    char* const argv[] = {const_cast<char*>("/bin/sh"), const_cast<char*>("-c"),
+                          const_cast<char*>(command), nullptr};
+    pid_t pid = -1;
+    if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ) != 0)
         return -1;
     int status = 0;
     if (waitpid(pid, &status, 0) != pid)
