@@ -17,6 +17,10 @@ NuvMIDIConnector::NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watc
     m_nConnectorType = 9;
 }
 
+NuvMIDISynthActivity* NuvMIDIConnector::SynthActivity() const {
+    return m_pWatcher != nullptr ? m_pWatcher->SynthActivity() : nullptr;
+}
+
 // The connector owns nothing: the client information belongs to the candidate.
 NuvMIDIConnector::~NuvMIDIConnector() {}
 

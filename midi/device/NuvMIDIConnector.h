@@ -12,6 +12,7 @@
 #include "NuvMIDITypes.h"
 
 class NuvMIDIWatcher;
+class NuvMIDISynthActivity;
 
 class NuvMIDIConnector : public NuvConnector, public NuvMIDICallback {
 public:
@@ -29,6 +30,8 @@ public:
     int RegisterMIDICallback(NuvMIDICallback* callback);
     int UnregisterMIDICallback(NuvMIDICallback* callback);
     void GetClientInformation(_MIDIClientInfo* out);
+    // What feeds the synthesizer of the client information (null without a watcher).
+    NuvMIDISynthActivity* SynthActivity() const;
 
     int LoadSoundFontFile(const std::string& path);
     int UnloadSoundFontFile(unsigned int fontId);

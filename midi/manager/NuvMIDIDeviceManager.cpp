@@ -69,11 +69,8 @@ INuvMIDIDevice* NuvMIDIDeviceManager::GetDevice(int id) {
     NuvMIDIConnector* connector = m_FindConnector(id);
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     // Taking a device adds a user of the renderer only when there is none.
-    if (m_rendererRefCount == 0 && device != nullptr && connector != nullptr) {
-        _MIDIClientInfo info{};
-        connector->GetClientInformation(&info);
-        m_CreateRenderer(info.synth);
-    }
+    if (m_rendererRefCount == 0 && device != nullptr && connector != nullptr)
+        m_CreateRenderer(connector);
     return AsHostDevice(device);
 }
 
@@ -114,15 +111,18 @@ NuvMIDIConnector* NuvMIDIDeviceManager::m_FindConnector(int id) {
                                    : nullptr;
 }
 
-int NuvMIDIDeviceManager::m_CreateRenderer(fluid_synth_t* synth) {
+// The renderer plays the synthesizer of the device's client information.
+int NuvMIDIDeviceManager::m_CreateRenderer(NuvMIDIConnector* connector) {
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     if (m_rendererRefCount != 0) {
         ++m_rendererRefCount;
         return 0;
     }
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_CreateRenderer]\n");
-    m_pRenderer = new NuvMIDIRenderer();
-    m_pRenderer->Create(synth, m_appInfo1, m_appInfo2, m_appInfoText);
+    _MIDIClientInfo info{};
+    connector->GetClientInformation(&info);
+    m_pRenderer = new NuvMIDIRenderer(connector->SynthActivity());
+    m_pRenderer->Create(info.synth, m_appInfo1, m_appInfo2, m_appInfoText);
     m_pRenderer->StartRenderer();
     m_rendererRefCount = 1;
     return 0;

@@ -15,6 +15,7 @@
 #include "INuvMIDIDeviceManager.h"
 #include "NuvDeviceManager"
 
+class NuvMIDIConnector;
 class NuvMIDIRenderer;
 class NuvMIDIConnector;
 
@@ -61,7 +62,7 @@ public:
 private:
     friend struct NuvMIDIDeviceManagerProbe; // tests read the renderer count
 
-    int m_CreateRenderer(fluid_synth_t* synth);
+    int m_CreateRenderer(NuvMIDIConnector* connector);
     void m_DestroyRenderer();
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
 

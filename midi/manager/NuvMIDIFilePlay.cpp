@@ -8,6 +8,7 @@
 #include "NuvLog"
 #include "NuvMIDIConnector.h"
 #include "NuvMIDIDeviceManager.h"
+#include "NuvMIDISynthActivity.h"
 
 namespace {
 
@@ -104,6 +105,10 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
                    "\n[NuvMIDIDeviceManager::StartStream] Player creation failed\n");
         return 0;
     }
+    // The file's notes wake a resting renderer as the MIDI driver's do.
+    if (NuvMIDISynthActivity* activity = connector->SynthActivity())
+        fluid_player_set_playback_callback(m_playFile.player, NuvMIDISynthActivity::HandleEvent,
+                                           activity);
     // Playing from now on, so that a second start cannot slip in before the thread runs.
     m_playFile.status = kPlaying;
     m_playFile.stopRequested = false;
@@ -114,7 +119,7 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
         return 0;
     }
     lock.unlock();
-    m_CreateRenderer(d.synth);
+    m_CreateRenderer(connector);
     return 1;
 }
 

@@ -67,11 +67,11 @@ private:
 
 // While nothing sounds the renderer rests instead of rendering silence: once the
 // synthesizer has had no active voice and has given only dither for half a second (the
-// reverb and chorus tails are then below one step), it stops rendering and only looks,
-// every kRestBlocks blocks (5.3 ms), whether a voice has started. Rendering silence costs
-// as much as rendering sound, and on a small device even 750 wake-ups a second cost more
-// than the lock of a look; the first note after a rest starts up to 5.3 ms later, while
-// the output buffer adds 43 ms to every note anyway.
+// reverb and chorus tails are then below one step), it stops rendering until MIDI reaches
+// the synthesizer and a voice has started. Rendering silence costs as much as rendering
+// sound, and on a small device even the wake-ups of a timer that looks for new voices cost
+// a few per cent of a core. Without a NuvMIDISynthActivity to wait on, it looks every
+// kRestBlocks blocks (5.3 ms) instead.
 class Rest {
 public:
     explicit Rest(fluid_synth_t* synth) : m_synth(synth) {}
@@ -106,8 +106,8 @@ void CloseOutput(audio_out_h handle) {
 
 } // namespace
 
-NuvMIDIRenderer::NuvMIDIRenderer()
-    : m_pSynth(nullptr), m_pcm_buf(nullptr), m_stopped(true), m_pcm_handle(nullptr),
+NuvMIDIRenderer::NuvMIDIRenderer(NuvMIDISynthActivity* activity)
+    : m_pActivity(activity), m_pSynth(nullptr), m_pcm_buf(nullptr), m_stopped(true), m_pcm_handle(nullptr),
       m_pcm_buf_size(-1) {}
 
 NuvMIDIRenderer::~NuvMIDIRenderer() {}
@@ -191,7 +191,12 @@ void NuvMIDIRenderer::t_Main() {
     Rest rest(m_pSynth);
     while (!m_stopped) {
         if (rest.Resting()) {
-            clock.WaitDropped(Rest::kRestBlocks);
+            if (m_pActivity == nullptr) {
+                clock.WaitDropped(Rest::kRestBlocks);
+                continue;
+            }
+            m_pActivity->Wait(m_stopped);
+            clock.Restart();
             continue;
         }
         if (fluid_synth_write_s16(m_pSynth, kNuvMIDIBlockFrames, m_pcm_buf, 0, 2, m_pcm_buf, 1,
@@ -223,6 +228,8 @@ int NuvMIDIRenderer::StopRenderer() {
         return 0;
     }
     m_stopped = true;
+    if (m_pActivity != nullptr)
+        m_pActivity->Notify(); // ends a rest
     if (FlagCreate()) {
         print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::StopRenderer] PCThread::Destroy()  \n");
         NuvThread::Destroy();

@@ -8,12 +8,15 @@
 #include <atomic>
 #include <string>
 
+#include "NuvMIDISynthActivity.h"
 #include "NuvThread"
 #include "audio_io.h"
 
 class NuvMIDIRenderer : public NuvThread {
 public:
-    NuvMIDIRenderer();
+    // A renderer given the synthesizer's activity rests without a timer while nothing
+    // sounds; the activity must outlive it.
+    explicit NuvMIDIRenderer(NuvMIDISynthActivity* activity = nullptr);
     virtual ~NuvMIDIRenderer();
 
     virtual void t_Main();
@@ -26,6 +29,7 @@ public:
 private:
     void m_OpenOutput();
 
+    NuvMIDISynthActivity* const m_pActivity;
     NuvMutex m_mutex;
     fluid_synth_t* m_pSynth;
     unsigned char* m_pcm_buf;

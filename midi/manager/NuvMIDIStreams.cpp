@@ -72,7 +72,7 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
                    "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
         return result == kSubscriptionBusy ? 2 : 0;
     }
-    m_CreateRenderer(d.synth);
+    m_CreateRenderer(destination);
     return 1;
 }
 

@@ -13,10 +13,12 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <vector>
 
 #include "NuvMIDICallback.h"
+#include "NuvMIDISynthActivity.h"
 #include "NuvMIDITypes.h"
 #include "NuvWatcher"
 
@@ -47,6 +49,10 @@ public:
     // without racing a walk.
     std::recursive_mutex& FanOutLock() { return m_fanOutLock; }
 
+    // What feeds the synthesizer, for the renderer to wait on and the file player to play
+    // through; lives as long as the synthesizer.
+    NuvMIDISynthActivity* SynthActivity() const { return m_pSynthActivity.get(); }
+
 private:
     friend class NuvMIDIWatcherTestAccess;
 
@@ -76,6 +82,7 @@ private:
     fluid_synth_t* m_pSynthHandle;
     snd_seq_t* m_pSeqHandle;
     fluid_midi_driver_t* m_pMIDIDriver;
+    std::unique_ptr<NuvMIDISynthActivity> m_pSynthActivity;
 
     // A client start whose name was still the sequencer's placeholder when it was read.
     // Passes start as soon as input waits, so the announcement of a new client is often

@@ -30,13 +30,16 @@ int NuvMIDIWatcher::m_CreateSynthesizer() {
     // Held until the synthesizer is ready, so that a failure releases what was made.
     NuvFluidSettings settings(new_fluid_settings());
     NuvFluidSynth synth;
+    std::unique_ptr<NuvMIDISynthActivity> activity; // the driver's handler: released after it
     NuvFluidMIDIDriver driver;
     if (settings) {
         ApplySettings(settings.get());
         synth.reset(new_fluid_synth(settings.get()));
-        if (synth)
-            driver.reset(
-                new_fluid_midi_driver(settings.get(), fluid_synth_handle_midi_event, synth.get()));
+        if (synth) {
+            activity.reset(new NuvMIDISynthActivity(synth.get()));
+            driver.reset(new_fluid_midi_driver(settings.get(), NuvMIDISynthActivity::HandleEvent,
+                                               activity.get()));
+        }
     }
     if (!synth || !driver) {
         print_dlog(NUV_LOG_CRITICAL,
@@ -62,6 +65,7 @@ int NuvMIDIWatcher::m_CreateSynthesizer() {
     m_pSettings = settings.release();
     m_pSynthHandle = synth.release();
     m_pMIDIDriver = driver.release();
+    m_pSynthActivity = std::move(activity);
     return 0;
 }
 
@@ -71,6 +75,7 @@ void NuvMIDIWatcher::m_DestroySythesizer() {
                "\n[NuvMIDIWatcher::m_DestroySythesizer] Destroying synthesizer\n");
     if (m_pMIDIDriver != nullptr)
         delete_fluid_midi_driver(m_pMIDIDriver);
+    m_pSynthActivity.reset();
     if (m_pSynthHandle != nullptr)
         delete_fluid_synth(m_pSynthHandle);
     if (m_pSettings != nullptr)

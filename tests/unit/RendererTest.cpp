@@ -1,11 +1,12 @@
 // The renderer: which blocks reach the output, its start and stop, and an output that
 // cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
+#include <dirent.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -64,9 +65,6 @@ TEST(RendererSilenceTest, AnyOtherByteInTheEndFramesIsSound) {
 class Renderer : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_settings = new_fluid_settings();
-        fluid_settings_setnum(m_settings, "synth.sample-rate", 48000);
-        m_synth = new_fluid_synth(m_settings);
         m_wav = ::testing::TempDir() + "nuv_renderer_" + std::to_string(getpid()) + ".wav";
         nuv_audio_out_set_wav_file(m_wav.c_str());
         sound_manager_get_volume(SOUND_TYPE_SYSTEM, &m_savedVolume);
@@ -97,9 +95,44 @@ protected:
         return stats.frames_written;
     }
 
-    fluid_settings_t* m_settings = nullptr;
-    fluid_synth_t* m_synth = nullptr;
-    NuvMIDIRenderer m_renderer;
+    // Channel 0 gets a control change or a note-on through the path of the MIDI driver.
+    void Send(int (*setParam1)(fluid_midi_event_t*, int), int param1, int param2) {
+        fluid_midi_event_t* event = new_fluid_midi_event();
+        fluid_midi_event_set_type(event, setParam1 == fluid_midi_event_set_key ? 0x90 : 0xB0);
+        fluid_midi_event_set_channel(event, 0);
+        setParam1(event, param1);
+        fluid_midi_event_set_velocity(event, param2); // the value of a control change too
+        NuvMIDISynthActivity::HandleEvent(&m_activity, event);
+        delete_fluid_midi_event(event);
+    }
+    // Context switches of the renderer thread so far: how often it has slept and woken.
+    static long RendererSwitches() {
+        long total = 0;
+        DIR* tasks = opendir("/proc/self/task");
+        while (dirent* entry = readdir(tasks)) {
+            const std::string dir = std::string("/proc/self/task/") + entry->d_name;
+            std::string name, line;
+            std::getline(std::ifstream(dir + "/comm"), name);
+            if (name != "NuvMIDIRenderer")
+                continue;
+            std::ifstream status(dir + "/status");
+            while (std::getline(status, line))
+                if (line.find("ctxt_switches:") != std::string::npos)
+                    total += std::stol(line.substr(line.find(':') + 1));
+        }
+        closedir(tasks);
+        return total;
+    }
+    static fluid_settings_t* NewSettings() {
+        fluid_settings_t* settings = new_fluid_settings();
+        fluid_settings_setnum(settings, "synth.sample-rate", 48000);
+        return settings;
+    }
+
+    fluid_settings_t* m_settings = NewSettings();
+    fluid_synth_t* m_synth = new_fluid_synth(m_settings);
+    NuvMIDISynthActivity m_activity{m_synth};
+    NuvMIDIRenderer m_renderer{&m_activity};
     bool m_created = false;
     std::string m_wav;
     int m_savedVolume = 15;
@@ -136,27 +169,32 @@ TEST_F(Renderer, ANoteIsWrittenToTheOutputAtItsPitch) {
     EXPECT_NEAR(440.0, Fundamental(tone), 440.0 * 0.03);
 }
 
-TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndCostsLittleTime) {
+// At rest the thread sleeps until MIDI reaches the synthesizer, and the next note sounds.
+TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMIDI) {
+    if (!LoadFont())
+        GTEST_SKIP() << "no sound font at " << kFont;
     CreateRenderer();
-    rusage before{}, after{};
-    getrusage(RUSAGE_SELF, &before);
-    const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(0, m_renderer.StartRenderer());
-    // What an idle synthesizer gives is dither of at most one step; nothing else may pass.
+    // The rest begins after half a second of quiet; this waits it out, it does not poll.
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    const long switches = RendererSwitches();
+    const unsigned long quiet = FramesWritten();
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    m_renderer.StopRenderer();
-    getrusage(RUSAGE_SELF, &after);
-    const double wall =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
-    const double cpu = seconds(after.ru_utime) + seconds(after.ru_stime) -
-                       seconds(before.ru_utime) - seconds(before.ru_stime);
-    EXPECT_LT(cpu, 0.5 * wall) << "the render loop must wait between dropped blocks";
+    EXPECT_LE(RendererSwitches() - switches, 1) << "a resting renderer must not wake on a timer";
+    EXPECT_EQ(quiet, FramesWritten());
 
+    // A CC starts no voice: the renderer wakes, looks and rests again.
+    Send(fluid_midi_event_set_control, 7, 100);
+    Send(fluid_midi_event_set_key, 69, 110); // a note-on of A4, 440 Hz
+    ASSERT_TRUE(WaitFor([&] { return FramesWritten() >= quiet + 48000 / 4; }));
+    m_renderer.StopRenderer();
     Pcm pcm;
     ASSERT_TRUE(ReadWav(m_wav, pcm));
-    for (int16_t s : pcm.samples)
-        ASSERT_LE(std::abs(int(s)), 1);
+    ASSERT_GE(pcm.Frames(), size_t(48000 / 4));
+    const size_t idleFrames = pcm.Frames() - (FramesWritten() - quiet);
+    for (size_t i = 0; i < idleFrames * 2; ++i) // what idle wrote is dither of one step
+        ASSERT_LE(std::abs(int(pcm.samples[i])), 1) << i;
+    EXPECT_NEAR(440.0, Fundamental(pcm.Slice(pcm.Frames() - 48000 / 8, 48000 / 8)), 440.0 * 0.03);
 }
 
 TEST_F(Renderer, StartingTwiceAndStoppingTwiceChangeNothing) {
