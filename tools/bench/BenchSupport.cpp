@@ -24,21 +24,31 @@ double Timings::Quantile(double q) const {
 // From the scheduler's own run time of every thread (schedstat, in nanoseconds): the
 // tick-sampled utime and stime charge a whole tick to a thread that merely wakes at one,
 // which on an emulated machine overstates a thread that wakes often.
-double ProcessCpuSeconds(pid_t pid) {
+std::map<std::string, double> ThreadCpuSeconds(pid_t pid) {
+    std::map<std::string, double> threads;
     const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
     DIR* dir = opendir(tasks.c_str());
     if (dir == nullptr)
-        return 0;
-    double seconds = 0;
+        return threads;
     while (dirent* entry = readdir(dir)) {
         if (entry->d_name[0] == '.')
             continue;
-        std::ifstream schedstat(tasks + "/" + entry->d_name + "/schedstat");
+        const std::string task = tasks + "/" + entry->d_name;
+        std::ifstream schedstat(task + "/schedstat");
         unsigned long long runNs = 0;
         schedstat >> runNs;
-        seconds += double(runNs) / 1e9;
+        std::string name;
+        std::getline(std::ifstream(task + "/comm"), name);
+        threads[name + " (" + entry->d_name + ")"] = double(runNs) / 1e9;
     }
     closedir(dir);
+    return threads;
+}
+
+double ProcessCpuSeconds(pid_t pid) {
+    double seconds = 0;
+    for (const auto& thread : ThreadCpuSeconds(pid))
+        seconds += thread.second;
     return seconds;
 }
 

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -25,8 +26,10 @@ struct Timings {
     double Worst() const { return Quantile(1.0); }
 };
 
-// CPU seconds (user and system) of a process so far.
+// CPU seconds of a process so far, as the scheduler counted its run time.
 double ProcessCpuSeconds(pid_t pid);
+// The same by thread, keyed "name (tid)".
+std::map<std::string, double> ThreadCpuSeconds(pid_t pid);
 // Resident memory of this process in KiB.
 long ResidentKiB();
 

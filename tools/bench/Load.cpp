@@ -64,10 +64,20 @@ BurstResult RunBurst(Host& host, int events) {
     return result;
 }
 
-double CpuPercent(pid_t pid, double seconds) {
-    const double before = ProcessCpuSeconds(pid);
+double CpuPercent(pid_t pid, double seconds, std::string* byThread) {
+    const std::map<std::string, double> before = ThreadCpuSeconds(pid);
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    return 100.0 * (ProcessCpuSeconds(pid) - before) / seconds;
+    double total = 0;
+    for (const auto& thread : ThreadCpuSeconds(pid)) {
+        const auto earlier = before.find(thread.first);
+        const double percent =
+            100.0 * (thread.second - (earlier != before.end() ? earlier->second : 0)) / seconds;
+        total += percent;
+        if (byThread != nullptr && percent >= 0.05)
+            *byThread += (byThread->empty() ? "" : ", ") + thread.first + " " +
+                         Fixed(percent, 1) + "%";
+    }
+    return total;
 }
 
 double CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, double seconds) {

@@ -14,8 +14,9 @@ struct BurstResult {
 // `events` note-ons from a user-space client at full speed to its device's callback.
 BurstResult RunBurst(Host& host, int events);
 
-// CPU of process `pid` in % of one core over `seconds`.
-double CpuPercent(pid_t pid, double seconds);
+// CPU of process `pid` in % of one core over `seconds`; with `byThread`, also the threads
+// that used 0.05% or more.
+double CpuPercent(pid_t pid, double seconds, std::string* byThread = nullptr);
 
 // Plays a generated file of `seconds` on the synthesizer; the CPU of this process meanwhile.
 double CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, double seconds);
