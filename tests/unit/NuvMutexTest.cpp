@@ -1,4 +1,4 @@
-// The recursive mutex and the header checks that report misuse of the framework classes.
+// The recursive mutex and the report of its misuse.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -6,8 +6,6 @@
 #include <thread>
 
 #include "LogCapture.h"
-#include "NuvConnector"
-#include "NuvDevice"
 #include "NuvThread"
 #include "WaitFor.h"
 
@@ -80,42 +78,4 @@ TEST(NuvMutex, MisuseIsReportedWithTheHeaderPathAndLine) {
     EXPECT_EQ(lines[0].text, Report("FlagCreate() == true", "Nuv/Core/Inc/NuvThread", 236));
     EXPECT_EQ(lines[1].text, Report("FlagCreate() == false", "Nuv/Core/Inc/NuvThread", 200));
     EXPECT_EQ(lines[1].level, NUV_LOG_ASSERT);
-}
-
-TEST(NuvDeviceHeader, NegativeIdAndNullConnectorAreReportedAndStored) {
-    LogCapture log;
-    _NuvDetailDevInfo info{};
-    NuvConnector connector(&info);
-
-    NuvDevice negative(&connector, -1);
-    EXPECT_EQ(negative.GetDeviceID(), -1);
-    NuvDevice orphan(nullptr, 4);
-    EXPECT_EQ(orphan.GetConnector(), nullptr);
-    NuvConnector empty(nullptr);
-    EXPECT_EQ(empty.GetDevInfo().UID[0], '\0');
-
-    EXPECT_TRUE(log.Has(Report("id >= 0", "Nuv/Core/Inc/NuvDevice", 53), NUV_LOG_ASSERT));
-    EXPECT_TRUE(log.Has(Report("connector != NULL", "Nuv/Core/Inc/NuvDevice", 52)));
-    EXPECT_TRUE(log.Has(Report("info != NULL", "Nuv/Core/Inc/NuvConnector", 84)));
-}
-
-TEST(NuvConnectorHeader, DefaultsAnswerNotImplemented) {
-    _NuvDetailDevInfo info{};
-    snprintf(info.devicePath, sizeof(info.devicePath), "/dev/snd/seq");
-    snprintf(info.devInfo.deviceName, sizeof(info.devInfo.deviceName), "Keys");
-    NuvConnector connector(&info);
-    EXPECT_STREQ(connector.GetDevInfo().deviceName, "Keys");
-
-    LogCapture log;
-    char buffer[4];
-    int size = 0;
-    EXPECT_EQ(connector.Create(), NUV_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(connector.Open(), NUV_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(connector.Read(buffer, sizeof(buffer)), NUV_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(connector.Write(buffer, sizeof(buffer)), NUV_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(connector.Control(1, buffer, size), NUV_ERR_NOT_IMPLEMENTED);
-    EXPECT_FALSE(connector.IsRegistered());
-    connector.Close();
-    connector.Destroy();
-    EXPECT_EQ(log.Count("ERROR: Not Implemented!\n", NUV_LOG_INFO), 8);
 }

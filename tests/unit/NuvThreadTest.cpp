@@ -53,28 +53,28 @@ public:
 
 } // namespace
 
-TEST(NuvThread, RunsWithTheGivenNameAndStackSize) {
-    ProbeThread thread;
-    ASSERT_TRUE(thread.Create("NuvMIDIRenderer", 0x100000));
-    EXPECT_TRUE(thread.FlagCreate());
-    ASSERT_TRUE(WaitFor([&] { return thread.started.load(); }));
-    EXPECT_EQ("NuvMIDIRenderer", thread.seenName);
-    EXPECT_GE(thread.seenStack, 0x100000u);
-    EXPECT_LT(thread.seenStack, 0x100000u + 0x10000u);
-    thread.release.set_value();
-    EXPECT_EQ(0, thread.Destroy());
-    EXPECT_FALSE(thread.FlagCreate());
-}
-
-TEST(NuvThread, LongNamesAreCutAndTinyStacksRaised) {
-    ProbeThread thread;
-    ASSERT_TRUE(thread.Create("AThreadNameLongerThanFifteen", 1));
-    ASSERT_TRUE(WaitFor([&] { return thread.started.load(); }));
-    EXPECT_EQ("AThreadNameLong", thread.seenName);
-    EXPECT_STREQ("AThreadNameLong", thread.GetName());
-    EXPECT_GE(thread.seenStack, static_cast<size_t>(PTHREAD_STACK_MIN));
-    thread.release.set_value();
-    thread.Destroy();
+TEST(NuvThread, RunsWithTheGivenNameAndStackSizeCutAndRaisedToWhatTheSystemAllows) {
+    struct Case {
+        const char* name;
+        size_t stack;
+        const char* seenName;
+        size_t minStack, maxStack;
+    };
+    for (const Case& c : {Case{"NuvMIDIRenderer", 0x100000, "NuvMIDIRenderer", 0x100000, 0x110000},
+                          Case{"AThreadNameLongerThanFifteen", 1, "AThreadNameLong",
+                               size_t(PTHREAD_STACK_MIN), 0x1000000}}) {
+        ProbeThread thread;
+        ASSERT_TRUE(thread.Create(c.name, c.stack));
+        EXPECT_FALSE(thread.Create("Twice", 0));
+        ASSERT_TRUE(WaitFor([&] { return thread.started.load(); }));
+        EXPECT_EQ(c.seenName, thread.seenName);
+        EXPECT_STREQ(c.seenName, thread.GetName());
+        EXPECT_GE(thread.seenStack, c.minStack);
+        EXPECT_LT(thread.seenStack, c.maxStack);
+        thread.release.set_value();
+        EXPECT_EQ(0, thread.Destroy());
+        EXPECT_FALSE(thread.FlagCreate());
+    }
 }
 
 TEST(NuvThread, DestroyReturnsOnlyOnceTMainHasReturned) {
@@ -100,15 +100,4 @@ TEST(NuvThread, DestroyFromTheThreadItselfDoesNotDeadlock) {
     EXPECT_EQ(0, thread.result.load());
     EXPECT_FALSE(thread.FlagCreate());
     EXPECT_EQ(0, thread.Destroy());
-}
-
-TEST(NuvThread, CanBeStartedAgainAfterDestroy) {
-    for (int round = 0; round < 2; ++round) {
-        ProbeThread thread;
-        ASSERT_TRUE(thread.Create("Again", 0));
-        EXPECT_FALSE(thread.Create("Twice", 0));
-        thread.release.set_value();
-        thread.Destroy();
-        EXPECT_TRUE(thread.returned.load());
-    }
 }
