@@ -14,7 +14,6 @@
 
 namespace {
 
-const std::string kSent = "[NuvMIDIWatcher::OnMIDIEvent] sent to connector\n\n";
 const std::string kNoDevice = "[NuvMIDIWatcher::OnMIDIEvent] device doesn't exist\n\n";
 
 // Records every call into a log shared by all callbacks of a test, and may act during it.
@@ -48,21 +47,21 @@ protected:
     Recorder a{"A", calls}, b{"B", calls}, c{"C", calls};
 };
 
-TEST_F(MIDIWatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrder) {
+TEST_F(MIDIWatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrderAndNullIsRefused) {
+    EXPECT_EQ(0, Send());
+    EXPECT_EQ(1, log.Count(kNoDevice, NUV_LOG_INFO));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(nullptr));
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(nullptr));
     EXPECT_EQ(1, watcher.RegisterMIDICallback(&a));
     EXPECT_EQ(1, watcher.RegisterMIDICallback(&b));
-    log.Clear();
 
     EXPECT_EQ(1, Send());
-
     EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
     for (Recorder* r : {&a, &b}) {
         EXPECT_EQ(20, r->lastClient);
         EXPECT_EQ(16, r->lastCode);
         EXPECT_EQ(&message, r->lastMessage);
     }
-    EXPECT_EQ(2, log.Count("\n[NuvMIDIWatcher::OnMIDIEvent]\n\n", NUV_LOG_TRACE));
-    EXPECT_EQ(2, log.Count(kSent, NUV_LOG_INFO));
 }
 
 TEST_F(MIDIWatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
@@ -80,17 +79,6 @@ TEST_F(MIDIWatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
     EXPECT_EQ((std::vector<std::string>{"B"}), calls);
 }
 
-TEST_F(MIDIWatcherFanOut, WithoutCallbacksTheMessageIsDroppedAndNullIsNeverCalled) {
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(nullptr));
-    EXPECT_TRUE(log.Has("\n[NuvMIDIWatcher::RegisterMIDICallback] null callback ignored\n\n",
-                        NUV_LOG_INFO));
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(nullptr));
-
-    EXPECT_EQ(0, Send());
-    EXPECT_EQ(1, log.Count(kNoDevice, NUV_LOG_INFO));
-    EXPECT_EQ(0, log.Count(kSent));
-}
-
 TEST_F(MIDIWatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
     watcher.RegisterMIDICallback(&a);
     watcher.RegisterMIDICallback(&b);
@@ -103,10 +91,8 @@ TEST_F(MIDIWatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
         EXPECT_EQ(0, watcher.UnregisterMIDICallback(&c));
         watcher.RegisterMIDICallback(&b);
     };
-    log.Clear();
     EXPECT_EQ(1, Send());
     EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
-    EXPECT_EQ(2, log.Count(kSent));
 
     calls.clear();
     Send();
