@@ -15,11 +15,6 @@
 #include "NuvMIDICallback.h"
 #include "NuvMIDITypes.h"
 
-// A trace line as print_dlog's "%s\n" format writes a fixed text.
-inline std::string Trace(const char* text) {
-    return std::string(text) + "\n";
-}
-
 // A message with the given fields, every other byte zero.
 inline _MIDIMessage Message(int channel, int param, int value, int duration = 0) {
     _MIDIMessage msg;

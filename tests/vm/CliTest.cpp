@@ -1,7 +1,6 @@
-// nuvmidi as its users run it, against the VM's sequencer: the devices it lists, values
-// sent and read back in one run, a file played into a WAV file, a virtual keyboard's notes
-// on its monitor, routes that aconnect sees, and the exit status and message of each
-// failure. Each run is a process of its own with a library of its own.
+// nuvmidi as its users run it, against the VM's sequencer: the devices it lists, a file
+// played into a WAV file, a virtual keyboard's notes on its monitor, and the exit status
+// and message of each failure. Each run is a process of its own with a library of its own.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -10,11 +9,11 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
 
 #include "ChildProcess.h"
 #include "MidiFileWriter.h"
 #include "PcmAnalysis.h"
+#include "VirtualKeyboard.h"
 
 #ifdef NUV_CLI_PATH
 
@@ -40,54 +39,19 @@ size_t Lines(const std::string& text) {
     return size_t(std::count(text.begin(), text.end(), '\n'));
 }
 
-// A virtual keyboard: its sequencer client's name and number, and its raw MIDI node.
-struct Keyboard {
-    std::string name;
-    int client = -1;
-    std::string node;
-};
-
-// The keyboards of the first snd-virmidi card, as aconnect lists their clients.
-std::vector<Keyboard> Keyboards() {
-    std::vector<Keyboard> keyboards;
-    std::istringstream lines(RunProgram({"/bin/sh", "-c", "aconnect -l"}).out);
-    std::string line;
-    while (std::getline(lines, line)) {
-        int client = -1, card = -1, device = -1;
-        if (sscanf(line.c_str(), "client %d: 'Virtual Raw MIDI %d-%d'", &client, &card, &device) !=
-            3)
-            continue;
-        Keyboard keyboard;
-        keyboard.name = "Virtual Raw MIDI " + std::to_string(card) + "-" + std::to_string(device);
-        keyboard.client = client;
-        keyboard.node = "/dev/snd/midiC" + std::to_string(card) + "D" + std::to_string(device);
-        keyboards.push_back(keyboard);
-    }
-    return keyboards;
-}
-
-// What a keyboard sends: raw MIDI bytes written to its node.
-bool Play(const Keyboard& keyboard, const std::vector<uint8_t>& bytes) {
-    FILE* node = fopen(keyboard.node.c_str(), "wb");
-    if (node == nullptr)
-        return false;
-    const bool written = fwrite(bytes.data(), 1, bytes.size(), node) == bytes.size();
-    return fclose(node) == 0 && written;
-}
-
 class CliVm : public ::testing::Test {
 protected:
     void SetUp() override {
         if (access("/dev/snd/seq", F_OK) != 0)
             GTEST_SKIP() << "no ALSA sequencer here";
         ASSERT_EQ(0, access(NUV_CLI_PATH, X_OK)) << NUV_CLI_PATH << " was not brought into the VM";
-        m_keyboards = Keyboards();
+        m_keyboards = VirtualKeyboard::FindAll();
         ASSERT_GE(m_keyboards.size(), 2u) << "the VM has two virtual keyboards";
     }
 
-    const Keyboard& Key(size_t index) const { return m_keyboards[index]; }
+    VirtualKeyboard& Key(size_t index) { return m_keyboards[index]; }
 
-    std::vector<Keyboard> m_keyboards;
+    std::vector<VirtualKeyboard> m_keyboards;
 };
 
 } // namespace
@@ -96,9 +60,9 @@ TEST_F(CliVm, DevicesListsTheKeyboardsAndTheSynthesizer) {
     const ProgramResult table = Nuvmidi({"devices"});
     ASSERT_EQ(0, table.status) << table.err;
     EXPECT_EQ(0u, table.out.find(" ID  CLIENT  NAME")) << table.out;
-    for (const Keyboard& keyboard : m_keyboards)
+    for (const VirtualKeyboard& keyboard : m_keyboards)
         EXPECT_NE(std::string::npos,
-                  table.out.find(std::to_string(keyboard.client) + "  " + keyboard.name))
+                  table.out.find(std::to_string(keyboard.Client()) + "  " + keyboard.ClientName()))
             << table.out;
     EXPECT_NE(std::string::npos, table.out.find("Midi Through")) << table.out;
     EXPECT_EQ(std::string::npos, table.out.find("MIDI Watcher")) << "the library's own client";
@@ -106,35 +70,11 @@ TEST_F(CliVm, DevicesListsTheKeyboardsAndTheSynthesizer) {
     const ProgramResult json = Nuvmidi({"devices", "--json"});
     ASSERT_EQ(0, json.status) << json.err;
     EXPECT_NE(std::string::npos,
-              json.out.find("\"client\": " + std::to_string(Key(0).client) + ", \"name\": \"" +
-                            Key(0).name + "\", \"synth\": false}"))
+              json.out.find("\"client\": " + std::to_string(Key(0).Client()) + ", \"name\": \"" +
+                            Key(0).ClientName() + "\", \"synth\": false}"))
         << json.out;
     EXPECT_NE(std::string::npos, json.out.find("\"name\": \"FLUID")) << json.out;
     EXPECT_NE(std::string::npos, json.out.find("\"synth\": true}")) << json.out;
-}
-
-TEST_F(CliVm, ValuesSentAreReadBackInTheSameRunOnly) {
-    // Whatever device sends, the synthesizer plays it.
-    const ProgramResult chained = Nuvmidi(
-        {"send",   "fluid", "cc",     "0",      "7",     "90",        "--then", "query", "fluid",
-         "cc",     "0",     "7",      "--then", "send",  Key(0).name, "pgm",    "3",     "5",
-         "--then", "query", "fluid",  "pgm",    "3",     "--then",    "send",   "fluid", "pitch",
-         "0",      "-4096", "--then", "query",  "fluid", "pitch",     "0"});
-    ASSERT_EQ(0, chained.status) << chained.err;
-    EXPECT_EQ("channel 0 controller 7: 90\n"
-              "channel 3 program 5 (font 1, bank 0)\n"
-              "channel 0 pitch bend 4096 (-4096 from the centre)\n",
-              chained.out);
-
-    const ProgramResult script =
-        Nuvmidi({"script"}, "# from standard input\nsend fluid cc 1 10 33\nquery fluid cc 1 10\n");
-    ASSERT_EQ(0, script.status) << script.err;
-    EXPECT_EQ("channel 1 controller 10: 33\n", script.out);
-
-    // A new run has a new synthesizer, in its initial state.
-    const ProgramResult fresh = Nuvmidi({"query", "fluid", "cc", "0", "7"});
-    ASSERT_EQ(0, fresh.status) << fresh.err;
-    EXPECT_EQ("channel 0 controller 7: 100\n", fresh.out);
 }
 
 TEST_F(CliVm, PlayRecordsTheFileIntoAWavOfItsLength) {
@@ -163,18 +103,18 @@ TEST_F(CliVm, PlayRecordsTheFileIntoAWavOfItsLength) {
 
 TEST_F(CliVm, MonitorPrintsWhatAVirtualKeyboardPlays) {
     ChildProcess monitor;
-    ASSERT_TRUE(monitor.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "monitor", Key(0).name}));
-    ASSERT_TRUE(monitor.WaitForOutput("Waiting for data from " + Key(0).name, kRunLimit))
+    ASSERT_TRUE(monitor.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "monitor", Key(0).ClientName()}));
+    ASSERT_TRUE(monitor.WaitForOutput("Waiting for data from " + Key(0).ClientName(), kRunLimit))
         << monitor.Out() << monitor.Err();
 
-    ASSERT_TRUE(Play(Key(0), {0x90, 60, 100, 0xB2, 7, 101, 0xE0, 0x00, 0x60, 0x80, 60, 0}));
+    ASSERT_TRUE(Key(0).Write({0x90, 60, 100, 0xB2, 7, 101, 0xE0, 0x00, 0x60, 0x80, 60, 0}));
     EXPECT_TRUE(monitor.WaitForOutput(EventColumns("Note off", 0, "note 60, velocity 0"),
                                       std::chrono::seconds(10)))
         << monitor.Out();
     const std::string& out = monitor.Out();
     // The device column is 22 characters wide.
     EXPECT_NE(std::string::npos,
-              out.find(Key(0).name + "    " + EventColumns("Note on", 0, "note 60, velocity 100")))
+              out.find(Key(0).ClientName() + "    " + EventColumns("Note on", 0, "note 60, velocity 100")))
         << out;
     EXPECT_NE(std::string::npos,
               out.find(EventColumns("Control change", 2, "controller 7, value 101")))
@@ -186,28 +126,6 @@ TEST_F(CliVm, MonitorPrintsWhatAVirtualKeyboardPlays) {
     ASSERT_TRUE(monitor.Wait(std::chrono::seconds(20)));
     EXPECT_EQ(0, monitor.Status()) << monitor.Err();
     EXPECT_EQ("", monitor.Err());
-}
-
-TEST_F(CliVm, ConnectMakesARouteThatAconnectSees) {
-    const std::string route = "Connecting To: " + std::to_string(Key(1).client) + ":0";
-    const auto aconnect = [] { return RunProgram({"/bin/sh", "-c", "aconnect -l"}).out; };
-
-    const ProgramResult connect = Nuvmidi({"connect", Key(0).name, std::to_string(Key(1).client)});
-    ASSERT_EQ(0, connect.status) << connect.err;
-    EXPECT_NE(std::string::npos, aconnect().find(route)) << aconnect();
-
-    const ProgramResult again = Nuvmidi({"connect", Key(0).name, Key(1).name});
-    EXPECT_EQ(1, again.status);
-    EXPECT_NE(std::string::npos, again.err.find("is connected to '" + Key(1).name + "'"))
-        << again.err;
-
-    const ProgramResult disconnect = Nuvmidi({"disconnect", Key(0).name, Key(1).name});
-    EXPECT_EQ(0, disconnect.status) << disconnect.err;
-    EXPECT_EQ(std::string::npos, aconnect().find(route)) << aconnect();
-
-    const ProgramResult twice = Nuvmidi({"disconnect", Key(0).name, Key(1).name});
-    EXPECT_EQ(1, twice.status);
-    EXPECT_NE(std::string::npos, twice.err.find("is not connected to")) << twice.err;
 }
 
 TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {

@@ -39,35 +39,6 @@ private:
     std::map<std::string, int> m_released;
 };
 
-// One received message, copied during the call.
-struct Received {
-    int client;
-    int code;
-    _MIDIMessage message;
-};
-
-// Copies every message it receives (from the watcher thread or a test's own pass).
-class RecordingCallback : public NuvMIDICallback {
-public:
-    int OnMIDIEvent(int client, int code, _MIDIMessage& msg) override {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_received.push_back({client, code, msg});
-        return 0;
-    }
-    std::vector<Received> All() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_received;
-    }
-    size_t Count() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_received.size();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<Received> m_received;
-};
-
 // A created watcher whose passes the test runs itself: the framework thread is not
 // started, so the test may read the candidate map between passes.
 class CreatedWatcherTest : public ::testing::Test {

@@ -3,7 +3,13 @@
 // they have named themselves, and a key press does not wait for the period.
 #include <alsa/asoundlib.h>
 
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
 #include <memory>
+#include <random>
+#include <thread>
 #include <set>
 #include <string>
 #include <vector>
@@ -11,6 +17,8 @@
 #include "WatcherFixture.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 // The candidate keys as the watcher announces them, from its own thread.
 class CandidateEvents : public NuvCallback {
@@ -39,9 +47,15 @@ protected:
     void SetUp() override {
         if (SequencerView::Read().Clients().empty())
             GTEST_SKIP() << "no kernel sequencer";
+        auto keyboards = VirtualKeyboard::FindAll();
+        ASSERT_FALSE(keyboards.empty());
+        keyboard.reset(new VirtualKeyboard(std::move(keyboards.front())));
         watcher.reset(new NuvMIDIWatcher());
         ASSERT_EQ(0, watcher->Create());
         ASSERT_EQ(0, watcher->RegisterCallback(&events));
+        // What a connector does for its device: the keyboard's port feeds port 1.
+        ASSERT_EQ(0, snd_seq_connect_from(Access::Seq(*watcher), 1, keyboard->Client(),
+                                          keyboard->Port()));
         ASSERT_EQ(0, watcher->Start());
     }
     void TearDown() override {
@@ -51,6 +65,7 @@ protected:
     }
 
     CandidateEvents events;
+    std::unique_ptr<VirtualKeyboard> keyboard;
     std::unique_ptr<NuvMIDIWatcher> watcher;
 };
 
@@ -105,6 +120,55 @@ TEST_F(MIDIWatcherWaking, AClientThatNeverNamesItselfIsSkippedOneThatLeavesAtOnc
     EXPECT_EQ(0, log.CountContaining(briefStart + "0], name [Client-"));
     EXPECT_FALSE(events.Has(briefClient));
     snd_seq_close(unnamed);
+}
+
+// How long a note takes from the keyboard's raw node to a callback on the watcher thread:
+// the sequencer's input wakes the thread, so the period (30 ms) must not show.
+TEST_F(MIDIWatcherWaking, LatencyFromKeyboardToCallback) {
+    LogCapture quiet(NUV_LOG_CRITICAL); // no line per message on the console
+    struct Timestamping : NuvMIDICallback {
+        int OnMIDIEvent(int, int, _MIDIMessage& msg) override {
+            std::lock_guard<std::mutex> lock(mutex);
+            arrivals.push_back({msg.param, Clock::now()});
+            arrived.notify_one();
+            return 0;
+        }
+        std::mutex mutex;
+        std::condition_variable arrived;
+        std::vector<std::pair<int, Clock::time_point>> arrivals;
+    } callback;
+    watcher->RegisterMIDICallback(&callback);
+
+    const int kNotes = 200;
+    std::vector<double> latencies;
+    // A key press comes at any moment of the watcher's period, not right after a pass has
+    // delivered the previous one: each note waits a random part of a period first.
+    std::mt19937 random(12345);
+    std::uniform_int_distribution<int> phaseUs(0, 30000);
+    for (int i = 0; i < kNotes; ++i) {
+        std::this_thread::sleep_for(std::chrono::microseconds(phaseUs(random)));
+        const int note = i % 128;
+        const auto sent = Clock::now();
+        ASSERT_TRUE(keyboard->Write({0x90, static_cast<uint8_t>(note), 64}));
+        std::unique_lock<std::mutex> lock(callback.mutex);
+        ASSERT_TRUE(callback.arrived.wait_for(lock, std::chrono::seconds(2),
+                                              [&] { return !callback.arrivals.empty(); }));
+        EXPECT_EQ(note, callback.arrivals.front().first);
+        latencies.push_back(
+            std::chrono::duration<double, std::milli>(callback.arrivals.front().second - sent)
+                .count());
+        callback.arrivals.clear();
+    }
+    watcher->UnregisterMIDICallback(&callback);
+
+    std::sort(latencies.begin(), latencies.end());
+    const double median = latencies[latencies.size() / 2];
+    const double p90 = latencies[latencies.size() * 9 / 10];
+    const double worst = latencies.back();
+    printf("[ latency  ] %d notes, raw node to callback: median %.2f ms, 90%% %.2f ms, "
+           "worst %.2f ms\n",
+           kNotes, median, p90, worst);
+    EXPECT_LT(p90, 10.0);
 }
 
 } // namespace
