@@ -4,26 +4,13 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
-#include <sstream>
+#include <cstdlib>
 
 #include "LogCapture.h"
 #include "ManagerVmFixture.h"
+#include "SequencerView.h"
 
 namespace {
-
-std::string Run(const char* command) {
-    std::string out;
-    FILE* pipe = popen(command, "r");
-    if (pipe == nullptr)
-        return out;
-    std::array<char, 512> chunk;
-    while (fgets(chunk.data(), int(chunk.size()), pipe) != nullptr)
-        out += chunk.data();
-    pclose(pipe);
-    return out;
-}
 
 int ClientOf(INuvMIDIDevice* device) {
     _NuvDevInfo info{};
@@ -31,25 +18,12 @@ int ClientOf(INuvMIDIDevice* device) {
     return std::atoi(info.UID);
 }
 
-// Whether `aconnect -l` lists port 0 of `from` as connected to port 0 of `to`.
-bool AconnectShows(int from, int to) {
-    std::istringstream listing(Run("aconnect -l"));
-    std::string line;
-    bool inFrom = false;
-    const std::string target = std::to_string(to) + ":0";
-    while (std::getline(listing, line)) {
-        if (line.rfind("client ", 0) == 0)
-            inFrom = line.rfind("client " + std::to_string(from) + ":", 0) == 0;
-        else if (inFrom && line.find("Connecting To:") != std::string::npos) {
-            std::istringstream targets(line.substr(line.find(':') + 1));
-            std::string item;
-            while (std::getline(targets, item, ','))
-                if (item.find(target) != std::string::npos &&
-                    item.substr(item.find_first_not_of(' '), target.size()) == target)
-                    return true;
-        }
-    }
-    return false;
+// Whether the sequencer lists port 0 of `from` as connected to port 0 of `to`.
+bool Connected(INuvMIDIDevice* from, INuvMIDIDevice* to) {
+    const SequencerView view = SequencerView::Read();
+    const auto client = view.Clients().find(ClientOf(from));
+    return client != view.Clients().end() && client->second.ports.count(0) == 1 &&
+           client->second.ports.at(0).SendsTo({ClientOf(to), 0});
 }
 
 class ManagerStreams : public ManagerVmTest {};
@@ -63,7 +37,7 @@ TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow)
                     dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);
 
     ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
-    EXPECT_TRUE(AconnectShows(ClientOf(a), ClientOf(b)));
+    EXPECT_TRUE(Connected(a, b));
 
     const int out = open(KeyboardNode(0).c_str(), O_WRONLY);
     const int in = open(KeyboardNode(1).c_str(), O_RDONLY | O_NONBLOCK);
@@ -88,7 +62,7 @@ TEST_F(ManagerStreams, StartSubscribesTheSourcePortToTheDestinationAndBytesFlow)
     close(in);
 
     EXPECT_EQ(0, m_manager->StopStream(&src, &dst));
-    EXPECT_FALSE(AconnectShows(ClientOf(a), ClientOf(b)));
+    EXPECT_FALSE(Connected(a, b));
 }
 
 TEST_F(ManagerStreams, SecondStartOfTheSamePairIsBusyAndAddsNoRendererUser) {
