@@ -5,6 +5,12 @@
 //       ...
 //       NuvMIDI_Destroy();
 //   }
+//
+// Callbacks: device arrivals and departures and every incoming MIDI message reach the host
+// on the library's watcher thread, which asks for real-time priority (SCHED_FIFO 50) so
+// that a burst of input is read before the kernel's pool for it fills up. A callback should
+// return quickly and never wait for long: while it runs, no other input is read, and a
+// callback that spins keeps normal threads of the process from running.
 #ifndef NUV_MIDI_H
 #define NUV_MIDI_H
 

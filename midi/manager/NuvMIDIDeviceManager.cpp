@@ -66,11 +66,11 @@ INuvMIDIDevice* NuvMIDIDeviceManager::CreateDevice(const char* name) {
 INuvMIDIDevice* NuvMIDIDeviceManager::GetDevice(int id) {
     print_dlog(NUV_LOG_INFO, "ID = [%d].", id);
     NuvDevice* device = NuvDeviceManager::t_FindDevice(id);
-    NuvMIDIConnector* connector = m_FindConnector(id);
+    DeviceEnd end;
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     // Taking a device adds a user of the renderer only when there is none.
-    if (m_rendererRefCount == 0 && device != nullptr && connector != nullptr)
-        m_CreateRenderer(connector);
+    if (m_rendererRefCount == 0 && device != nullptr && m_ReadDevice(id, &end))
+        m_CreateRenderer(end);
     return AsHostDevice(device);
 }
 
@@ -100,29 +100,30 @@ NuvDevice* NuvMIDIDeviceManager::t_NewDevice(NuvConnector* connector, int id) {
     return new NuvMIDIDevice(connector, id);
 }
 
-// Read under the manager's mutex: a host thread destroying that device takes it out of the
-// map under the same mutex before deleting it, so the device is never read after its delete.
-NuvMIDIConnector* NuvMIDIDeviceManager::m_FindConnector(int id) {
+// Whoever destroys a device takes it out of the map under the same mutex before deleting it.
+bool NuvMIDIDeviceManager::m_ReadDevice(int id, DeviceEnd* out) {
     if (!m_mutex.FlagCreate())
-        return nullptr;
+        return false;
     NuvMutexGuard guard(m_mutex);
     auto it = m_mapDevice.find(id);
-    return it != m_mapDevice.end() ? static_cast<NuvMIDIConnector*>(it->second->GetConnector())
-                                   : nullptr;
+    if (it == m_mapDevice.end())
+        return false;
+    auto* connector = static_cast<NuvMIDIConnector*>(it->second->GetConnector());
+    connector->GetClientInformation(&out->client);
+    out->activity = connector->SynthActivity();
+    return true;
 }
 
 // The renderer plays the synthesizer of the device's client information.
-int NuvMIDIDeviceManager::m_CreateRenderer(NuvMIDIConnector* connector) {
+int NuvMIDIDeviceManager::m_CreateRenderer(const DeviceEnd& device) {
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     if (m_rendererRefCount != 0) {
         ++m_rendererRefCount;
         return 0;
     }
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_CreateRenderer]\n");
-    _MIDIClientInfo info{};
-    connector->GetClientInformation(&info);
-    m_pRenderer = new NuvMIDIRenderer(connector->SynthActivity());
-    m_pRenderer->Create(info.synth, m_appInfo1, m_appInfo2, m_appInfoText);
+    m_pRenderer = new NuvMIDIRenderer(device.activity);
+    m_pRenderer->Create(device.client.synth, m_appInfo1, m_appInfo2, m_appInfoText);
     m_pRenderer->StartRenderer();
     m_rendererRefCount = 1;
     return 0;

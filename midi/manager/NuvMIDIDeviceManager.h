@@ -15,9 +15,8 @@
 #include "INuvMIDIDeviceManager.h"
 #include "NuvDeviceManager"
 
-class NuvMIDIConnector;
 class NuvMIDIRenderer;
-class NuvMIDIConnector;
+class NuvMIDISynthActivity;
 
 // The file-playback block; its address is the play thread's argument.
 struct _PlayFileInfo {
@@ -62,12 +61,21 @@ public:
 private:
     friend struct NuvMIDIDeviceManagerProbe; // tests read the renderer count
 
-    int m_CreateRenderer(NuvMIDIConnector* connector);
+    // What streams and the renderer need of a device, copied under the manager's mutex: the
+    // watcher's thread may destroy the device (its client left) as soon as the mutex is
+    // released, while the sequencer, the synthesizer and its activity named here belong to
+    // the watcher and outlive every device.
+    struct DeviceEnd {
+        _MIDIClientInfo client;
+        NuvMIDISynthActivity* activity;
+    };
+    // False, with `out` untouched, when no device has this id.
+    bool m_ReadDevice(int id, DeviceEnd* out);
+
+    int m_CreateRenderer(const DeviceEnd& device);
     void m_DestroyRenderer();
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
 
-    // The MIDI connector of a device found by id, or null.
-    NuvMIDIConnector* m_FindConnector(int id);
     int m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst);
     int m_StopFile(_MIDIDeviceInfo* dst);
     // Stops a playing file and waits for its thread; then deletes the player.

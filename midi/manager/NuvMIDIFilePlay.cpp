@@ -6,7 +6,6 @@
 #include <chrono>
 
 #include "NuvLog"
-#include "NuvMIDIConnector.h"
 #include "NuvMIDIDeviceManager.h"
 #include "NuvMIDISynthActivity.h"
 
@@ -68,14 +67,13 @@ void* PlayFile(void* arg) {
 }
 
 int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) {
-    NuvMIDIConnector* connector = m_FindConnector(dst->id);
-    if (connector == nullptr) {
+    DeviceEnd destination{};
+    if (!m_ReadDevice(dst->id, &destination)) {
         print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::StartStream] Can't find Device(%d) \n",
                    dst->id);
         return 0;
     }
-    _MIDIClientInfo d{};
-    connector->GetClientInformation(&d);
+    const _MIDIClientInfo& d = destination.client;
 
     // The name is checked in a copy: the block's name may be in use by a play thread.
     char fileName[sizeof m_playFile.fileName] = {};
@@ -106,9 +104,9 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
         return 0;
     }
     // The file's notes wake a resting renderer as the MIDI driver's do.
-    if (NuvMIDISynthActivity* activity = connector->SynthActivity())
+    if (destination.activity != nullptr)
         fluid_player_set_playback_callback(m_playFile.player, NuvMIDISynthActivity::HandleEvent,
-                                           activity);
+                                           destination.activity);
     // Playing from now on, so that a second start cannot slip in before the thread runs.
     m_playFile.status = kPlaying;
     m_playFile.stopRequested = false;
@@ -119,7 +117,7 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
         return 0;
     }
     lock.unlock();
-    m_CreateRenderer(connector);
+    m_CreateRenderer(destination);
     return 1;
 }
 
@@ -129,14 +127,12 @@ int NuvMIDIDeviceManager::m_StopFile(_MIDIDeviceInfo* dst) {
     std::lock_guard<std::mutex> fileLock(m_fileMutex);
     if (m_playFile.status != kPlaying)
         return 1;
-    NuvMIDIConnector* connector = m_FindConnector(dst->id);
-    if (connector == nullptr) {
+    DeviceEnd destination{};
+    if (!m_ReadDevice(dst->id, &destination)) {
         print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::StopStream] Can't find Device(%d) \n",
                    dst->id);
         return NUV_ERR_GENERAL;
     }
-    _MIDIClientInfo d{};
-    connector->GetClientInformation(&d);
     {
         std::lock_guard<std::mutex> lock(m_playFile.lock);
         m_playFile.stopRequested = true;
@@ -145,7 +141,7 @@ int NuvMIDIDeviceManager::m_StopFile(_MIDIDeviceInfo* dst) {
     }
     // Lets the player's timer finish its last callback before the notes are cut.
     usleep(kStopSettleMicroseconds);
-    fluid_synth_system_reset(d.synth);
+    fluid_synth_system_reset(destination.client.synth);
     m_playFile.status = kIdle;
     return 0;
 }

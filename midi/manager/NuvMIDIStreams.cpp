@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "NuvLog"
-#include "NuvMIDIConnector.h"
 #include "NuvMIDIDeviceManager.h"
 
 namespace {
@@ -56,17 +55,15 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     if (kind == kFileToDevice)
         return m_StartFile(src, dst);
 
-    NuvMIDIConnector* source = m_FindConnector(src->id);
-    NuvMIDIConnector* destination = m_FindConnector(dst->id);
-    if (source == nullptr || destination == nullptr) {
+    DeviceEnd source{}, destination{};
+    const bool haveSource = m_ReadDevice(src->id, &source);
+    if (!haveSource || !m_ReadDevice(dst->id, &destination)) {
         print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::StartStream] Can't find Device(%d) \n",
-                   source == nullptr ? src->id : dst->id);
+                   haveSource ? dst->id : src->id);
         return 0;
     }
-    _MIDIClientInfo s{}, d{};
-    source->GetClientInformation(&s);
-    destination->GetClientInformation(&d);
-    const int result = m_ConnectDevice(s.seq, Address(s), Address(d), true);
+    const _MIDIClientInfo& s = source.client;
+    const int result = m_ConnectDevice(s.seq, Address(s), Address(destination.client), true);
     if (result < 0) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
@@ -96,17 +93,15 @@ int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst)
     if (kind == kFileToDevice)
         return m_StopFile(dst);
 
-    NuvMIDIConnector* source = m_FindConnector(src->id);
-    NuvMIDIConnector* destination = m_FindConnector(dst->id);
-    if (source == nullptr || destination == nullptr) {
+    DeviceEnd source{}, destination{};
+    const bool haveSource = m_ReadDevice(src->id, &source);
+    if (!haveSource || !m_ReadDevice(dst->id, &destination)) {
         print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::StopStream] Can't find Device(%d) \n",
-                   source == nullptr ? src->id : dst->id);
+                   haveSource ? dst->id : src->id);
         return NUV_ERR_GENERAL;
     }
-    _MIDIClientInfo s{}, d{};
-    source->GetClientInformation(&s);
-    destination->GetClientInformation(&d);
-    if (m_ConnectDevice(s.seq, Address(s), Address(d), false) < 0) {
+    const _MIDIClientInfo& s = source.client;
+    if (m_ConnectDevice(s.seq, Address(s), Address(destination.client), false) < 0) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n");
         return NUV_ERR_GENERAL;
