@@ -66,10 +66,12 @@ INuvMIDIDevice* NuvMIDIDeviceManager::CreateDevice(const char* name) {
 INuvMIDIDevice* NuvMIDIDeviceManager::GetDevice(int id) {
     print_dlog(NUV_LOG_INFO, "ID = [%d].", id);
     NuvDevice* device = NuvDeviceManager::t_FindDevice(id);
+    // Read before the renderer's mutex is taken: the two are never held together.
     DeviceEnd end;
+    const bool found = device != nullptr && m_ReadDevice(id, &end);
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     // Taking a device adds a user of the renderer only when there is none.
-    if (m_rendererRefCount == 0 && device != nullptr && m_ReadDevice(id, &end))
+    if (m_rendererRefCount == 0 && found)
         m_CreateRenderer(end);
     return AsHostDevice(device);
 }

@@ -77,8 +77,8 @@ public:
     explicit Rest(fluid_synth_t* synth) : m_synth(synth) {}
     // After each rendered block.
     void Rendered(const unsigned char* block) {
-        const bool quiet = NuvMIDIBlockIsDitherOnly(block) &&
-                           fluid_synth_get_active_voice_count(m_synth) == 0;
+        const bool quiet =
+            NuvMIDIBlockIsDitherOnly(block) && fluid_synth_get_active_voice_count(m_synth) == 0;
         m_quietBlocks = quiet ? m_quietBlocks + 1 : 0;
     }
     // Whether this pass may skip rendering.
@@ -107,8 +107,8 @@ void CloseOutput(audio_out_h handle) {
 } // namespace
 
 NuvMIDIRenderer::NuvMIDIRenderer(NuvMIDISynthActivity* activity)
-    : m_pActivity(activity), m_pSynth(nullptr), m_pcm_buf(nullptr), m_stopped(true), m_pcm_handle(nullptr),
-      m_pcm_buf_size(-1) {}
+    : m_pActivity(activity), m_pSynth(nullptr), m_pcm_buf(nullptr), m_stopped(true),
+      m_pcm_handle(nullptr), m_pcm_buf_size(-1) {}
 
 NuvMIDIRenderer::~NuvMIDIRenderer() {}
 
@@ -191,12 +191,12 @@ void NuvMIDIRenderer::t_Main() {
     Rest rest(m_pSynth);
     while (!m_stopped) {
         if (rest.Resting()) {
-            if (m_pActivity == nullptr) {
+            if (m_pActivity != nullptr) {
+                m_pActivity->Wait(m_stopped);
+                clock.Restart();
+            } else {
                 clock.WaitDropped(Rest::kRestBlocks);
-                continue;
             }
-            m_pActivity->Wait(m_stopped);
-            clock.Restart();
             continue;
         }
         if (fluid_synth_write_s16(m_pSynth, kNuvMIDIBlockFrames, m_pcm_buf, 0, 2, m_pcm_buf, 1,

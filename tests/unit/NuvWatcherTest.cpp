@@ -8,16 +8,16 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
-#include <string>
-#include <chrono>
 #include <mutex>
+#include <string>
 #include <vector>
 
+#include "LogCapture.h"
 #include "NuvResult"
 #include "NuvWatcher"
-#include "LogCapture.h"
 #include "WaitFor.h"
 
 using namespace std::chrono_literals;

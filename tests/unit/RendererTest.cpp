@@ -1,7 +1,7 @@
 // The renderer: which blocks reach the output, its start and stop, and an output that
 // cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
-#include <gtest/gtest.h>
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>

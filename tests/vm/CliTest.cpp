@@ -103,7 +103,8 @@ TEST_F(CliVm, PlayRecordsTheFileIntoAWavOfItsLength) {
 
 TEST_F(CliVm, MonitorPrintsWhatAVirtualKeyboardPlays) {
     ChildProcess monitor;
-    ASSERT_TRUE(monitor.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "monitor", Key(0).ClientName()}));
+    ASSERT_TRUE(
+        monitor.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "monitor", Key(0).ClientName()}));
     ASSERT_TRUE(monitor.WaitForOutput("Waiting for data from " + Key(0).ClientName(), kRunLimit))
         << monitor.Out() << monitor.Err();
 
@@ -113,8 +114,8 @@ TEST_F(CliVm, MonitorPrintsWhatAVirtualKeyboardPlays) {
         << monitor.Out();
     const std::string& out = monitor.Out();
     // The device column is 22 characters wide.
-    EXPECT_NE(std::string::npos,
-              out.find(Key(0).ClientName() + "    " + EventColumns("Note on", 0, "note 60, velocity 100")))
+    EXPECT_NE(std::string::npos, out.find(Key(0).ClientName() + "    " +
+                                          EventColumns("Note on", 0, "note 60, velocity 100")))
         << out;
     EXPECT_NE(std::string::npos,
               out.find(EventColumns("Control change", 2, "controller 7, value 101")))

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "NuvMIDI.h"
 #include "NuvLog"
+#include "NuvMIDI.h"
 #include "NuvMIDIEntry.h"
 #include "SequencerView.h"
 #include "VirtualKeyboard.h"
@@ -50,8 +50,8 @@ std::set<std::string> ConnectedDevices(INuvMIDIDeviceManager* manager) {
 TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     constexpr int kRounds = 12; // every type this many times, in random order
     const char* given = std::getenv("NUV_STORM_SEED");
-    const unsigned seed = given != nullptr ? unsigned(std::strtoul(given, nullptr, 10))
-                                           : std::random_device()();
+    const unsigned seed =
+        given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
     std::printf("NUV_STORM_SEED=%u\n", seed);
     std::mt19937 random(seed);
     QuietLog quiet;

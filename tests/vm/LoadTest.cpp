@@ -16,8 +16,8 @@
 
 #include "LogCapture.h"
 #include "MidiFileWriter.h"
-#include "NuvMIDI.h"
 #include "NuvLog"
+#include "NuvMIDI.h"
 #include "NuvMIDIEntry.h"
 #include "SoundFontWriter.h"
 #include "VirtualKeyboard.h"
@@ -32,7 +32,9 @@ INuvMIDIDeviceManager* CreateLibrary() {
     return NuvMIDIEntry::GetInstance() != nullptr ? NuvMIDIEntry::GetDeviceManagerInstance()
                                                   : nullptr;
 }
-void DestroyLibrary() { NuvMIDIEntry::DeleteInstance(); }
+void DestroyLibrary() {
+    NuvMIDIEntry::DeleteInstance();
+}
 // Destroys the library when the test ends, however it ends: declared after the host
 // callbacks, it goes before them.
 struct LibraryGuard {
@@ -79,8 +81,8 @@ struct QuietLog {
 
 unsigned SeedFrom(const char* variable) {
     const char* given = std::getenv(variable);
-    const unsigned seed = given != nullptr ? unsigned(std::strtoul(given, nullptr, 10))
-                                           : std::random_device()();
+    const unsigned seed =
+        given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
     std::printf("%s=%u\n", variable, seed);
     return seed;
 }
@@ -154,7 +156,8 @@ TEST(Load, AThousandClientsComeAndGoWhileTheHostUsesTheirDevices) {
     for (int batch = 0; batch < kBatches; ++batch) {
         std::vector<std::unique_ptr<UserSpaceClient>> clients;
         for (int i = 0; i < kBatch; ++i) {
-            clients.emplace_back(new UserSpaceClient("Churn " + std::to_string(batch * kBatch + i)));
+            clients.emplace_back(
+                new UserSpaceClient("Churn " + std::to_string(batch * kBatch + i)));
             ASSERT_TRUE(clients.back()->IsOpen());
         }
         ASSERT_TRUE(WaitFor([&] { return host.Count(false) == kBatch; }, seconds(10)))
@@ -178,7 +181,8 @@ TEST(Load, AThousandClientsComeAndGoWhileTheHostUsesTheirDevices) {
     _NuvDevInfo info{};
     bool taken = false;
     for (int index = 0; manager->GetConnectedDeviceInfo(info, taken, index) == 0; ++index)
-        EXPECT_TRUE(std::atoi(info.UID) < 128 || info.isSynth) << "left behind: " << info.deviceName;
+        EXPECT_TRUE(std::atoi(info.UID) < 128 || info.isSynth)
+            << "left behind: " << info.deviceName;
     EXPECT_EQ(0, manager->UnregisterCallback(&host));
 }
 
@@ -263,9 +267,9 @@ TEST(Load, TheLibraryIsMadeAndDestroyedAHundredTimesWhileItsDevicesAreBusy) {
         DestroyLibrary();
         DisconnectPorts(keyboards[0].Client(), keyboards[1].Client()); // the stream's, if any
         if (cycle == 0)
-            std::printf("one cycle: %.2f s\n",
-                        std::chrono::duration<double>(std::chrono::steady_clock::now() - start)
-                            .count());
+            std::printf(
+                "one cycle: %.2f s\n",
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
 }
 
@@ -367,11 +371,10 @@ TEST(Load, FourHostThreadsCallEverythingAtRandom) {
                              "GetConnectedDeviceInfo");
                     expectIn({1}, manager->GetDevice(slot.id) == device, "GetDevice");
                     break;
-                case 6:
-                    {
-                        std::lock_guard<std::mutex> playing(playLock);
-                        keyboards[size_t(k)].Write({0x90, uint8_t(msg.param), 100});
-                    }
+                case 6: {
+                    std::lock_guard<std::mutex> playing(playLock);
+                    keyboards[size_t(k)].Write({0x90, uint8_t(msg.param), 100});
+                }
                     if (device != nullptr)
                         expectIn({1}, device->RegisterCallback(listener), "RegisterCallback");
                     break;
@@ -402,8 +405,8 @@ TEST(Load, FourHostThreadsCallEverythingAtRandom) {
     for (auto& thread : threads)
         thread.join();
     std::printf("%d calls\n", calls.load());
-    EXPECT_TRUE(failures.empty()) << failures.size() << " unexpected results, first: "
-                                  << failures.front();
+    EXPECT_TRUE(failures.empty()) << failures.size()
+                                  << " unexpected results, first: " << failures.front();
     DestroyLibrary();
     DisconnectPorts(keyboards[0].Client(), keyboards[1].Client());
 }

@@ -94,4 +94,3 @@ TEST(Modules, AModuleNeverListedTakesElevenReadsAndStillRunsTheCommands) {
     EXPECT_LT(seconds, 13.0);
     unlink(marker.c_str());
 }
-

@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <memory>
 #include <random>
-#include <thread>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "WatcherFixture.h"

@@ -111,9 +111,9 @@ INuvMIDIDevice* Host::m_Take(const std::string& prefix, bool synthesizer) {
             _NuvDevInfo info{};
             bool created = false;
             for (int i = 0; m_manager->GetConnectedDeviceInfo(info, created, i) == 0; ++i) {
-                const bool match = synthesizer ? info.isSynth != 0
-                                               : std::strncmp(info.deviceName, prefix.c_str(),
-                                                              prefix.size()) == 0;
+                const bool match =
+                    synthesizer ? info.isSynth != 0
+                                : std::strncmp(info.deviceName, prefix.c_str(), prefix.size()) == 0;
                 if (match) {
                     name = info.deviceName;
                     return true;
@@ -127,9 +127,8 @@ INuvMIDIDevice* Host::m_Take(const std::string& prefix, bool synthesizer) {
 
 bool Host::WaitForDevices(long attached, long detached, std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> lock(m_lock);
-    return m_changed.wait_for(lock, timeout, [&] {
-        return m_attached >= attached && m_detached >= detached;
-    });
+    return m_changed.wait_for(lock, timeout,
+                              [&] { return m_attached >= attached && m_detached >= detached; });
 }
 
 void Host::DeviceCounts(long& attached, long& detached) {

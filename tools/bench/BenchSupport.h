@@ -19,7 +19,7 @@ using BenchClock = std::chrono::steady_clock;
 
 struct Timings {
     std::vector<double> ms;
-    size_t missed = 0; // events that never arrived within their deadline
+    size_t missed = 0;               // events that never arrived within their deadline
     double Quantile(double q) const; // 0 when empty
     double Median() const { return Quantile(0.5); }
     double P99() const { return Quantile(0.99); }

@@ -65,8 +65,8 @@ void PollingListener::m_Run() {
     }
 }
 
-void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps& anchor,
-               int events, Timings& libraryTimes, Timings& anchorTimes) {
+void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps& anchor, int events,
+               Timings& libraryTimes, Timings& anchorTimes) {
     const size_t libraryBase = library.Count(), anchorBase = anchor.Count();
     // A key press comes at any moment, not in step with the library's passes.
     std::mt19937 random(20261123);

@@ -25,8 +25,8 @@ private:
 
 // Raw note-ons written to the keyboard's node, `events` of them at random moments, timed
 // until each of the two listeners has it.
-void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps& anchor,
-               int events, Timings& libraryTimes, Timings& anchorTimes);
+void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps& anchor, int events,
+               Timings& libraryTimes, Timings& anchorTimes);
 
 // Raw notes written to the keyboard's node, timed until their onset in the loopback capture
 // of whatever plays them.

@@ -74,8 +74,8 @@ double CpuPercent(pid_t pid, double seconds, std::string* byThread) {
             100.0 * (thread.second - (earlier != before.end() ? earlier->second : 0)) / seconds;
         total += percent;
         if (byThread != nullptr && percent >= 0.05)
-            *byThread += (byThread->empty() ? "" : ", ") + thread.first + " " +
-                         Fixed(percent, 1) + "%";
+            *byThread +=
+                (byThread->empty() ? "" : ", ") + thread.first + " " + Fixed(percent, 1) + "%";
     }
     return total;
 }

@@ -8,7 +8,7 @@
 struct BurstResult {
     long sent = 0;
     long delivered = 0;
-    long refusals = 0; // events the sequencer refused while the library's pool was full
+    long refusals = 0;  // events the sequencer refused while the library's pool was full
     double seconds = 0; // from the first event sent to the last delivered
 };
 // `events` note-ons from a user-space client at full speed to its device's callback.

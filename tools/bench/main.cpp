@@ -185,28 +185,30 @@ int main() {
                     Fixed(anchorIdleCpu, 1) + " (idle)", Ratio(playingCpu, anchorIdleCpu)});
     rows.push_back({"Resident memory after start", Kib(rssStart), "-", "-"});
     auto memoryRow = [&](const std::string& after, long rss) {
-        rows.push_back({"... after " + after, Kib(rss), Kib(rssStart) + " (start)",
-                        Ratio(rss, rssStart)});
+        rows.push_back(
+            {"... after " + after, Kib(rss), Kib(rssStart) + " (start)", Ratio(rss, rssStart)});
     };
     const std::string arrivals = " device arrivals and departures";
     memoryRow(std::to_string(kArrivals / 2) + arrivals, rssHalfArrivals);
     memoryRow(std::to_string(kArrivals) + arrivals + (arrivalsSeen ? "" : " (NOT all announced)"),
               rssArrivals);
-    memoryRow(std::to_string(kCycles / 2) + " create/destroy cycles, created again",
-              rssHalfCycles);
+    memoryRow(std::to_string(kCycles / 2) + " create/destroy cycles, created again", rssHalfCycles);
     memoryRow(std::to_string(kCycles) + " create/destroy cycles, created again", rssCycles);
 
     notes.push_back("Input anchor: a sequencer client of its own blocking in poll() on a port "
-                    "subscribed to the same keyboard; " + std::to_string(kInputEvents) +
-                    " raw note-ons 2-7 ms apart.");
+                    "subscribed to the same keyboard; " +
+                    std::to_string(kInputEvents) + " raw note-ons 2-7 ms apart.");
     notes.push_back("Sound anchor: the fluidsynth program (ALSA sequencer in, ALSA audio out, "
                     "4 periods of 512 frames at 48 000 Hz, the same font); " +
-                    std::to_string(kSoundNotes) + " notes; onset = first sample above 2% of "
+                    std::to_string(kSoundNotes) +
+                    " notes; onset = first sample above 2% of "
                     "full scale in the loopback capture.");
     notes.push_back("CPU anchor: the fluidsynth program idle, its audio output running; "
-                    "windows of " + Fixed(kCpuSeconds, 0) + " s.");
+                    "windows of " +
+                    Fixed(kCpuSeconds, 0) + " s.");
     notes.push_back("One create/destroy cycle took " + Fixed(cycleSeconds * 1000, 0) + " ms.");
-    notes.push_back("Log threshold 2 (critical lines only), as a host streaming MIDI would set it.");
+    notes.push_back(
+        "Log threshold 2 (critical lines only), as a host streaming MIDI would set it.");
     PrintTable(rows, notes);
     return 0;
 }
