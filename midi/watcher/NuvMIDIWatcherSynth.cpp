@@ -1,6 +1,9 @@
 // The library's one software synthesizer: FluidSynth with its ALSA sequencer MIDI driver,
 // loaded with the default sound font when that file exists.
+#include <dlfcn.h>
 #include <sys/stat.h>
+
+#include <mutex>
 
 #include "NuvLog"
 #include "NuvMIDIHandles.h"
@@ -22,6 +25,23 @@ void ApplySettings(fluid_settings_t* settings) {
     fluid_settings_setstr(settings, "midi.driver", "alsa_seq");
 }
 
+// Debian's FluidSynth opens libinstpatch (its DLS loader) with every synthesizer and closes
+// it with the synthesizer. Each open after a close registers the library's types anew and
+// loses the old ones: 2.4 KiB for every synthesizer made, so every library cycle. One open
+// held for the life of the process turns the synthesizers' opens and closes into counts.
+// A FluidSynth without libinstpatch has nothing to hold.
+void HoldInstpatchOpen() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        // Loaded already when FluidSynth uses it; the handle is kept, as is the open.
+        void* instpatch = dlopen("libinstpatch-1.0.so.2", RTLD_NOW | RTLD_NOLOAD);
+        if (instpatch == nullptr)
+            return;
+        if (auto open = reinterpret_cast<void (*)()>(dlsym(instpatch, "ipatch_init")))
+            open();
+    });
+}
+
 } // namespace
 
 int NuvMIDIWatcher::m_CreateSynthesizer() {
@@ -32,6 +52,7 @@ int NuvMIDIWatcher::m_CreateSynthesizer() {
     NuvFluidSynth synth;
     std::unique_ptr<NuvMIDISynthActivity> activity; // the driver's handler: released after it
     NuvFluidMIDIDriver driver;
+    HoldInstpatchOpen();
     if (settings) {
         ApplySettings(settings.get());
         synth.reset(new_fluid_synth(settings.get()));
