@@ -32,32 +32,24 @@ struct Block {
     }
 };
 
-TEST(RendererSilenceTest, OnlyTheFirstAndLastFramesAreLookedAt) {
-    Block block;
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(block.bytes));
+// Only the first and last frames are looked at, and bytes of 0 and 1 count as silent.
+TEST(RendererSilenceTest, OnlyBytesOfZeroAndOneInTheEndFramesAreSilent) {
+    Block middle;
     for (int frame = 1; frame < kNuvMIDIBlockFrames - 1; ++frame)
-        block.SetSample(frame, 0, 12000);
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(block.bytes));
-}
-
-TEST(RendererSilenceTest, BytesOfZeroAndOneCountAsSilent) {
-    Block block;
-    block.SetSample(0, 0, 1);
-    block.SetSample(0, 1, 0x0101);
-    block.SetSample(63, 1, 0x0100);
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(block.bytes));
-}
-
-TEST(RendererSilenceTest, AnyOtherByteInTheEndFramesIsSound) {
+        middle.SetSample(frame, 0, 12000);
+    EXPECT_TRUE(NuvMIDIBlockIsSilent(middle.bytes));
+    Block ones;
+    ones.SetSample(0, 0, 1);
+    ones.SetSample(0, 1, 0x0101);
+    ones.SetSample(63, 1, 0x0100);
+    EXPECT_TRUE(NuvMIDIBlockIsSilent(ones.bytes));
     for (int frame : {0, 63})
-        for (int channel : {0, 1}) {
-            Block minusOne;
-            minusOne.SetSample(frame, channel, -1); // bytes 0xFF 0xFF
-            EXPECT_FALSE(NuvMIDIBlockIsSilent(minusOne.bytes)) << frame << "/" << channel;
-            Block two;
-            two.SetSample(frame, channel, 2);
-            EXPECT_FALSE(NuvMIDIBlockIsSilent(two.bytes)) << frame << "/" << channel;
-        }
+        for (int channel : {0, 1})
+            for (int16_t value : {int16_t(-1), int16_t(2)}) { // -1 is 0xFF 0xFF
+                Block block;
+                block.SetSample(frame, channel, value);
+                EXPECT_FALSE(NuvMIDIBlockIsSilent(block.bytes)) << frame << "/" << channel;
+            }
 }
 
 // ---- The renderer thread ----
@@ -150,25 +142,6 @@ TEST_F(Renderer, CreateSetsTheSystemVolumeOneStepBelowItsMaximum) {
         log.Has("INFO: NuvMIDIRenderer::Create(). sound_manager_set_volume=14 \n", NUV_LOG_INFO));
 }
 
-TEST_F(Renderer, ANoteIsWrittenToTheOutputAtItsPitch) {
-    if (!LoadFont())
-        GTEST_SKIP() << "no sound font at " << kFont;
-    CreateRenderer();
-    ASSERT_EQ(0, m_renderer.StartRenderer());
-    const unsigned long before = FramesWritten();
-    fluid_synth_noteon(m_synth, 0, 69, 110); // A4, 440 Hz
-    ASSERT_TRUE(WaitFor([&] { return FramesWritten() >= before + 48000 / 2; }));
-    fluid_synth_noteoff(m_synth, 0, 69);
-    m_renderer.StopRenderer();
-
-    Pcm pcm;
-    ASSERT_TRUE(ReadWav(m_wav, pcm));
-    ASSERT_GE(pcm.Frames(), size_t(48000 / 2));
-    const Pcm tone = pcm.Slice(pcm.Frames() - 48000 / 4, 48000 / 4);
-    EXPECT_GT(Rms(tone), 0.002); // dither alone stays below 0.0001
-    EXPECT_NEAR(440.0, Fundamental(tone), 440.0 * 0.03);
-}
-
 // At rest the thread sleeps until MIDI reaches the synthesizer, and the next note sounds.
 TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMIDI) {
     if (!LoadFont())
@@ -197,28 +170,14 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
     EXPECT_NEAR(440.0, Fundamental(pcm.Slice(pcm.Frames() - 48000 / 8, 48000 / 8)), 440.0 * 0.03);
 }
 
-TEST_F(Renderer, StartingTwiceAndStoppingTwiceChangeNothing) {
-    CreateRenderer();
-    LogCapture log;
-    EXPECT_EQ(0, m_renderer.StartRenderer());
-    EXPECT_EQ(0, m_renderer.StartRenderer());
-    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StartRenderer] Renderer already running.\n\n",
-                           NUV_LOG_INFO));
-    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer]NuvThread:: Create \n\n"));
-    EXPECT_EQ(0, m_renderer.StopRenderer());
-    EXPECT_EQ(0, m_renderer.StopRenderer());
-    EXPECT_EQ(
-        1, log.Count("[NuvMIDIRenderer::StopRenderer] Renderer is not running \n\n", NUV_LOG_INFO));
-    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::StopRenderer] After Close m_pcm_handle! \n\n"));
-    EXPECT_EQ(1, log.Count("[NuvMIDIRenderer::t_Main] END .\n\n"));
-}
-
 TEST_F(Renderer, StartsAgainAfterAStopWithANewThreadAndOutput) {
     if (!LoadFont())
         GTEST_SKIP() << "no sound font at " << kFont;
     CreateRenderer();
     ASSERT_EQ(0, m_renderer.StartRenderer());
+    EXPECT_EQ(0, m_renderer.StartRenderer()); // already running: nothing changes
     ASSERT_EQ(0, m_renderer.StopRenderer());
+    EXPECT_EQ(0, m_renderer.StopRenderer());
     LogCapture log;
     ASSERT_EQ(0, m_renderer.StartRenderer());
     EXPECT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
