@@ -45,13 +45,6 @@ std::map<std::string, double> ThreadCpuSeconds(pid_t pid) {
     return threads;
 }
 
-double ProcessCpuSeconds(pid_t pid) {
-    double seconds = 0;
-    for (const auto& thread : ThreadCpuSeconds(pid))
-        seconds += thread.second;
-    return seconds;
-}
-
 long ResidentKiB() {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {

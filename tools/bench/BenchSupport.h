@@ -26,9 +26,8 @@ struct Timings {
     double Worst() const { return Quantile(1.0); }
 };
 
-// CPU seconds of a process so far, as the scheduler counted its run time.
-double ProcessCpuSeconds(pid_t pid);
-// The same by thread, keyed "name (tid)".
+// CPU seconds of each thread of a process so far, as the scheduler counted its run time,
+// keyed "name (tid)".
 std::map<std::string, double> ThreadCpuSeconds(pid_t pid);
 // Resident memory of this process in KiB.
 long ResidentKiB();
