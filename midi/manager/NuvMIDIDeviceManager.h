@@ -21,7 +21,7 @@ class NuvMIDISynthActivity;
 // The file-playback block; its address is the play thread's argument.
 struct _PlayFileInfo {
     fluid_synth_t* synth;
-    fluid_player_t* player;  // owned by the manager
+    fluid_player_t* player;  // the file's; its play thread deletes it when it ends
     std::atomic<int> status; // 1: no file playing, 2: playing
     char fileName[256];
 
