@@ -16,6 +16,12 @@ public:
     virtual int UnloadSoundFontFile(unsigned int fontId) = 0;
     virtual std::string GetSoundFontIntruments(unsigned int fontId, unsigned int start,
                                                unsigned int count) = 0;
+
+    // Not a slot: a null path would throw while the string is made, before the library
+    // could refuse it; as an empty path it is refused with -1.
+    int LoadSoundFontFile(const char* path) {
+        return LoadSoundFontFile(std::string(path != nullptr ? path : ""));
+    }
 };
 
 #endif

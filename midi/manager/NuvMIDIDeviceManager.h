@@ -74,6 +74,9 @@ private:
 
     int m_CreateRenderer(const DeviceEnd& device);
     void m_DestroyRenderer();
+    // True, after a line naming `operation`, when either end is null.
+    static bool m_RefuseNullEnd(const char* operation, const _MIDIDeviceInfo* src,
+                                const _MIDIDeviceInfo* dst);
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
 
     int m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst);
