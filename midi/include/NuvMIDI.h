@@ -6,6 +6,11 @@
 //       NuvMIDI_Destroy();
 //   }
 //
+// Discovery is asynchronous: right after NuvMIDI_Create the device list may be empty; the
+// synthesizer and the devices arrive through the manager's callbacks (see
+// INuvMIDIDeviceManager.h), usually within a second. examples/play-note.cpp waits for the
+// synthesizer that way.
+//
 // Callbacks: device arrivals and departures and every incoming MIDI message reach the host
 // on the library's watcher thread, which asks for real-time priority (SCHED_FIFO 50) so
 // that a burst of input is read before the kernel's pool for it fills up. A callback should
