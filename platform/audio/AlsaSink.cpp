@@ -2,11 +2,11 @@
 // pauses is prepared again on the next write.
 #include <alsa/asoundlib.h>
 
-#include <cstdio>
 #include <new>
 #include <string>
 
 #include "AudioSink.h"
+#include "NuvLog"
 #include "audio_io.h"
 
 namespace {
@@ -88,10 +88,10 @@ void NoteUnderrun(AlsaSink* sink) {
     NuvAudioStats_CountUnderrun();
     if (!sink->underrunLogged) {
         sink->underrunLogged = true;
-        std::fprintf(stderr,
-                     "nuv_audio_out: %s ran dry and was restarted; later underruns of this "
-                     "stream are only counted\n",
-                     sink->name.c_str());
+        print_dlog(NUV_LOG_INFO,
+                   "nuv_audio_out: %s ran dry and was restarted; later underruns of this "
+                   "stream are only counted\n",
+                   sink->name.c_str());
     }
 }
 
