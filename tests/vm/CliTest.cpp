@@ -77,13 +77,13 @@ TEST_F(CliVm, DevicesListsTheKeyboardsAndTheSynthesizer) {
     EXPECT_NE(std::string::npos, json.out.find("\"synth\": true}")) << json.out;
 }
 
-// Onsets of the sounds in a WAV that nuvmidi recorded, after at least a second of quiet.
+// Onsets of the sounds in a WAV that nuvmidi recorded, after at least half a second of quiet.
 std::vector<double> WavOnsets(const std::string& wav) {
     Pcm pcm;
     std::string problem;
     EXPECT_TRUE(ReadWav(wav, pcm, &problem)) << problem;
     unlink(wav.c_str());
-    return Onsets(pcm, 0.005, 1.0);
+    return Onsets(pcm, 0.005, 0.5);
 }
 
 // The WAV holds what a listener heard, rests included: a note sent three seconds after
@@ -97,25 +97,37 @@ TEST_F(CliVm, TheWavHoldsTheRestsOnTheWallClocksTimeline) {
     ASSERT_EQ(0, sent.status) << sent.err;
     const std::vector<double> onsets = WavOnsets(wav);
     ASSERT_EQ(2u, onsets.size());
-    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.02);
+    // nuvmidi's own steps between the two sends take a few milliseconds more.
+    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.03);
 }
 
-TEST_F(CliVm, PlayRecordsTheFileIntoAWav) {
+// What the device played into a WAV file and what render writes offline hold the same
+// notes at the same times.
+TEST_F(CliVm, PlayAndRenderRecordTheSameFile) {
     const std::string song = "/tmp/cli-play.mid", wav = "/tmp/cli-play.wav";
     MidiFileWriter writer;
     writer.AddProgramChange(0, 19, 0); // a church organ sounds until it is released
     writer.AddNote(0, 60, 110, 0, 0.5);
     writer.AddNote(0, 67, 110, 3.0, 0.5);
+    writer.AddNote(0, 64, 110, 4.5, 0.5);
     ASSERT_TRUE(writer.Write(song));
 
     const ProgramResult played = Nuvmidi({"--wav", wav, "play", song});
     ASSERT_EQ(0, played.status) << played.err;
-    EXPECT_EQ("Playing " + song + " (0:03.5)\n", played.out);
-    const std::vector<double> onsets = WavOnsets(wav);
-    ASSERT_EQ(2u, onsets.size());
+    EXPECT_EQ("Playing " + song + " (0:05.0)\n", played.out);
+    const std::vector<double> live = WavOnsets(wav);
+    const ProgramResult rendered = Nuvmidi({"render", song, "-o", wav});
+    ASSERT_EQ(0, rendered.status) << rendered.err;
+    EXPECT_EQ(0u, rendered.out.find("Rendered " + song + " (0:05.0) to " + wav + " in "))
+        << rendered.out;
+    const std::vector<double> offline = WavOnsets(wav);
+    ASSERT_EQ(3u, live.size());
+    ASSERT_EQ(3u, offline.size());
+    EXPECT_NEAR(0.0, offline[0], 0.01);
     // FluidSynth's player sends the events of the file's first tick once it has loaded the
-    // file, tens of milliseconds after its clock started; the later ones keep to the clock.
-    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.05);
+    // file, 20 to 60 ms after its clock started in the VM; the later ones keep to the clock.
+    EXPECT_NEAR(offline[1], live[1] - live[0], 0.08);
+    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.02);
     unlink(song.c_str());
 }
 

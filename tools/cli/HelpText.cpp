@@ -14,6 +14,8 @@ Commands:
                                  print the MIDI that devices send, until Ctrl+C
   thru DEVICE                    play what DEVICE sends on the synthesizer
   play FILE.mid                  play a standard MIDI file on the synthesizer
+  render FILE.mid -o OUT.wav     render a MIDI file into a WAV file offline, as the
+                                 synthesizer would play it (needs no sequencer)
   send DEVICE EVENT ARG...       send one message (noteon, noteoff, cc, pgm, pitch,
                                  pressure); the synthesizer plays it
   query DEVICE EVENT CH [PARAM]  read the synthesizer's state (cc, pgm, pitch, pressure)
@@ -83,6 +85,16 @@ prints each event as monitor does, until Ctrl+C or SIGTERM.
 Plays a standard MIDI file on the synthesizer and waits for its end. On a terminal a
 progress bar shows the elapsed and total time; otherwise one line tells the total time.
 Ctrl+C stops the playback cleanly. With --wav FILE the sound is recorded instead.
+)";
+    case Command::Render:
+        return R"(Usage: nuvmidi render FILE.mid -o OUT.wav
+
+Renders a standard MIDI file into a 48 000 Hz 16-bit stereo WAV file as fast as the
+processor allows, with FluidSynth's own player on a synthesizer set up as the library's
+(the default sound font, and --font on top), to hear what the device would play. It
+needs no sequencer, sound card or library, so it runs only with other renders.
+
+  -o, --output OUT.wav   the file to write
 )";
     case Command::Send:
         return R"(Usage: nuvmidi send DEVICE EVENT ARG...
