@@ -179,6 +179,10 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
         {{"--lib", "/tmp/no/libNuvMIDI.so", "devices"}, 6, "cannot load the MIDI library: "},
         // FluidSynth's own complaint goes to the library's log, which is quiet here.
         {{"fonts", "unload", "7"}, 1, "no font with ID 7 is loaded"},
+        {{"--audio", "nosuchpcm", "send", "fluid", "pgm", "0", "1"},
+         1,
+         "cannot open the ALSA PCM 'nosuchpcm': "},
+        {{"connect", "14", "14"}, 2, "cannot connect 'Midi Through' (14) to itself"},
     };
     for (const auto& c : cases) {
         const ProgramResult result = Nuvmidi(c.args);

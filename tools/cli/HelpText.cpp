@@ -70,8 +70,11 @@ Prints the MIDI that the named devices send, one event a line (seconds since the
 device, event, channel, values), until Ctrl+C or SIGTERM. Without DEVICE it listens to
 every device that is not a synthesizer, including those that arrive later. Devices
 arriving and leaving are announced. The line "Waiting for data" tells that it listens.
+The library delivers channel messages only: note on and off, control change, program
+change, channel pressure and pitch bend (-8192 to 8191); clock, SysEx, active sensing and
+other sequencer events never arrive.
 
-  --count N   stop after N events
+  --count N   stop after N delivered events
 )";
     case Command::Thru:
         return R"(Usage: nuvmidi thru DEVICE
@@ -114,7 +117,7 @@ Channels are 0 to 15, the other values 0 to 127.
 Reads back the synthesizer's state of one channel:
   cc CH CTRL    a controller's value
   pgm CH        the program, with its sound font and bank
-  pitch CH      the pitch bend, 0 to 16383, 8192 the centre
+  pitch CH      the pitch bend, -8192 to 8191, 0 the centre (as send and monitor)
   pressure CH   the channel pressure (the synthesizer does not report it)
 The synthesizer of a fresh run is in its initial state; send first in the same run:
   nuvmidi send fluid cc 0 7 90 --then query fluid cc 0 7
