@@ -11,6 +11,14 @@
 // that a burst of input is read before the kernel's pool for it fills up. A callback should
 // return quickly and never wait for long: while it runs, no other input is read, and a
 // callback that spins keeps normal threads of the process from running.
+//
+// Devices: CreateDevice takes a name as GetConnectedDeviceInfo reports it and reaches the
+// first connected device of that name. Keyboards of one product share a name (a USB keyboard
+// is named after its product string), so CreateDevice also takes the UID text that
+// GetConnectedDeviceInfo reports, whenever no device has that text as its name: that reaches
+// any one of them. A UID is the keyboard's sequencer client number, which a keyboard plugged
+// in again may get again; its device id is new every time. A departing device ends the
+// streams from and to it.
 #ifndef NUV_MIDI_H
 #define NUV_MIDI_H
 
