@@ -181,10 +181,15 @@ TEST_F(UsbUnplug, WhileHostThreadsCallIntoItsDevice) {
         thread.join();
 
     EXPECT_EQ(1u, m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid));
+    EXPECT_EQ(1u, m_host.Count([&](const HostLog::Entry& e) {
+        return e.event == NUV_EVENT_DEVICE_DETACHED && e.id == host.id;
+    })) << "the departure names the device";
     EXPECT_EQ(nullptr, host.device);
     EXPECT_EQ(nullptr, m_manager->GetDevice(host.id));
     EXPECT_EQ(nullptr, m_manager->CreateDevice(name.c_str()));
-    EXPECT_EQ(1, RendererUsers()) << "the device taken; a stream cut by the departure let go";
+    // A stop at one user ends the renderer, which the next GetDevice starts again: what is
+    // left is that one user at most, none of a stream cut by the departure.
+    EXPECT_LE(RendererUsers(), 1);
     EXPECT_EQ(0, m_manager->UnregisterCallback(&host));
 }
 
