@@ -38,9 +38,12 @@ void* PlayFile(void* arg) {
     {
         std::lock_guard<std::mutex> lock(info->lock);
         // A stop that came before this thread got here leaves the player unstarted.
-        if (!info->stopRequested)
+        if (!info->stopRequested) {
             started = fluid_player_add(player, info->fileName) == FLUID_OK &&
                       fluid_player_play(player) == FLUID_OK;
+            if (!started)
+                print_dlog(NUV_LOG_INFO, "\n[PlayFile] %s could not be started\n", info->fileName);
+        }
     }
     if (started) {
         std::unique_lock<std::mutex> lock(info->lock);
@@ -54,13 +57,19 @@ void* PlayFile(void* arg) {
     }
     info->status = kIdle;
 
-    fluid_player_join(player);
+    // Joining a player that never started would wait for ever.
+    if (started)
+        fluid_player_join(player);
     usleep(kPollMicroseconds);
     if (fluid_player_get_status(player) == FLUID_PLAYER_DONE)
         fluid_synth_system_reset(info->synth);
 
-    // The last use of `info`: from here the manager may delete the player or itself.
+    // The last use of `info`: from here the manager may replace the name or free itself.
     std::lock_guard<std::mutex> lock(info->lock);
+    // A stopped player's timer thread would wake 250 times a second until the next file:
+    // the player goes with the thread that played it.
+    delete_fluid_player(player);
+    info->player = nullptr;
     info->threadRunning = false;
     info->ended.notify_all();
     return nullptr;
@@ -136,7 +145,8 @@ int NuvMIDIDeviceManager::m_StopFile(_MIDIDeviceInfo* dst) {
     {
         std::lock_guard<std::mutex> lock(m_playFile.lock);
         m_playFile.stopRequested = true;
-        fluid_player_stop(m_playFile.player);
+        if (m_playFile.player != nullptr) // null once the play thread has finished with it
+            fluid_player_stop(m_playFile.player);
         m_playFile.ended.notify_all();
     }
     // Lets the player's timer finish its last callback before the notes are cut.

@@ -1,14 +1,31 @@
 // MIDI files played through StartStream(file, device): the play status, stopping, one
 // file at a time, and what is heard (refused paths are in the bad-input tests).
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 
 #include "LogCapture.h"
 #include "LoopbackCapture.h"
 #include "ManagerVmFixture.h"
 #include "MidiFileWriter.h"
+#include "ThreadNames.h"
+
+namespace {
+std::atomic<bool> g_refuseFiles{false};
+}
+
+// Stands before FluidSynth's own: refuses every file while armed, as FluidSynth does when
+// memory runs out.
+extern "C" int fluid_player_add(fluid_player_t* player, const char* path) {
+    if (g_refuseFiles.load())
+        return FLUID_FAILED;
+    static const auto real = reinterpret_cast<int (*)(fluid_player_t*, const char*)>(
+        dlsym(RTLD_NEXT, "fluid_player_add"));
+    return real(player, path);
+}
 
 namespace {
 
@@ -91,6 +108,9 @@ TEST_F(FilePlay, StopWhilePlayingAnswersZeroAndTheStatusIsIdleAtOnce) {
     EXPECT_TRUE(
         log.Has("\n[NuvMIDIDeviceManager::StopStream] File play stop called \n\n", NUV_LOG_TRACE));
     EXPECT_EQ(1, Stop()) << "nothing is playing any more";
+    // FluidSynth's player keeps a timer thread awake until the player is deleted.
+    EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("timer") == 0; }))
+        << "the stopped player's timer still runs";
     // A new file plays after a stop, on a new player.
     ASSERT_EQ(1, Start(WriteSong("next.mid", 0.5)));
     EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
@@ -106,6 +126,17 @@ TEST_F(FilePlay, ASecondFileWhileOnePlaysAnswersOneAndIsNotQueued) {
     EXPECT_EQ(1, log.CountContaining("[PlayFile] Enter"));
     EXPECT_TRUE(log.Has("\n[PlayFile] Enter " + m_dir + "/first.mid\n", NUV_LOG_TRACE));
     EXPECT_EQ(1, m_manager->GetFilePlayStatus()) << "the second file was not queued";
+}
+
+TEST_F(FilePlay, AFileThePlayerRefusesEndsAndTheNextOnePlays) {
+    LogCapture log;
+    g_refuseFiles = true;
+    EXPECT_EQ(1, Start(WriteSong("refused.mid", 1.0)));
+    EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
+    g_refuseFiles = false;
+    EXPECT_EQ(1, log.CountContaining("could not be started"));
+    ASSERT_EQ(1, Start(WriteSong("next.mid", 0.5))) << "the refused file's thread has ended";
+    EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
 }
 
 TEST_F(FilePlay, DestroyingTheLibraryWhileAFilePlaysEndsItsThreadFirst) {
