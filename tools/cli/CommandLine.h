@@ -41,6 +41,7 @@ struct Action {
     std::string path;                 // play, render, fonts load, script ("-": standard input)
     std::string output;               // render -o: the WAV file to write
     bool json = false;                // devices --json
+    bool watch = false;               // devices --watch
     long eventLimit = 0;              // monitor --count: stop after that many events; 0 never
     int eventType = 0;                // send, query: a MIDIEventType value
     int channel = 0;
