@@ -23,8 +23,10 @@
 class INuvMIDIDeviceManager : public INuvDeviceManager {
 public:
     virtual ~INuvMIDIDeviceManager() {}
-    // The device object for a connected device of that name (an existing one is returned
-    // again), or null. It stays valid until DestroyDevice or the device's departure.
+    // The device object for the first connected device of that name, or, when no device has
+    // that name, for the device whose UID is that text (devices of one product share a name:
+    // see NuvMIDI.h); an existing one is returned again; null when there is none. It stays
+    // valid until DestroyDevice or the device's departure.
     virtual INuvMIDIDevice* CreateDevice(const char* name) = 0;
     // The device of that id, or null. The first call that finds a device starts the
     // renderer, which writes the synthesizer's sound to the audio output from then on.
@@ -35,14 +37,16 @@ public:
     // MIDI_DEVICE_TYPE_SOURCE and _DESTINATION, by id), or plays the standard MIDI file whose
     // path is the name of a src of type MIDI_DEVICE_TYPE_FILE on the synthesizer dst, on a
     // thread of its own. 1 when started (also while another file plays: that one goes on),
-    // 2 when the route exists already, 0 when refused.
+    // 2 when the route exists already, 0 when refused. A route ends with either device's
+    // departure.
     virtual int StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) = 0;
     // Removes that route, or stops the file: 0; 1 when no file plays; 9901 for ends of the
     // wrong type; 9999 when a device is unknown or there was no such route.
     virtual int StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) = 0;
     // Not implemented: always 9900.
     virtual int PauseStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) = 0;
-    // 2 while a file plays, 1 otherwise (before any, after its end or StopStream).
+    // 2 while a file plays; 1 before any, after StopStream, and from the file's last event
+    // on (its last notes may still ring out; a next start cuts them).
     virtual int GetFilePlayStatus() = 0;
     // Kept for the next renderer that starts; the library interprets none of it. Returns 1.
     virtual int SetAppInfo(int appInfo1, int appInfo2, std::string text) = 0;

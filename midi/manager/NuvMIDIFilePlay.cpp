@@ -25,6 +25,15 @@ void SetPlayerDefaults(fluid_synth_t* synth) {
     fluid_settings_setint(settings, "player.reset-synth", 0);
 }
 
+// Every event of the file has been played. FluidSynth 2 keeps its player playing after
+// that until no voice sounds any more, which for a piano's or a string section's release
+// is seconds after the sound has faded: the file's end is taken from the ticks instead,
+// and the player runs on only to let the last notes ring out.
+bool AllEventsPlayed(fluid_player_t* player) {
+    const int total = fluid_player_get_total_ticks(player);
+    return total > 0 && fluid_player_get_current_tick(player) >= total;
+}
+
 } // namespace
 
 void* PlayFile(void* arg) {
@@ -51,6 +60,8 @@ void* PlayFile(void* arg) {
             const int status = fluid_player_get_status(player);
             if (status != FLUID_PLAYER_PLAYING && status != FLUID_PLAYER_READY)
                 break;
+            if (info->status == kPlaying && AllEventsPlayed(player))
+                info->status = kIdle; // a next start or a stop cuts the ringing notes
             // A poll period, cut short by a stop.
             info->ended.wait_for(lock, std::chrono::microseconds(kPollMicroseconds));
         }
@@ -97,7 +108,12 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     if (m_playFile.status != kIdle)
         return 1; // a file is playing; this one is not queued
     std::unique_lock<std::mutex> lock(m_playFile.lock);
-    // A play thread that was stopped may still be finishing with its player.
+    // The last file's notes may still be ringing, or a stopped play thread finishing.
+    if (m_playFile.threadRunning) {
+        m_playFile.stopRequested = true;
+        fluid_player_stop(m_playFile.player);
+        m_playFile.ended.notify_all();
+    }
     m_playFile.ended.wait(lock, [this] { return !m_playFile.threadRunning; });
     if (m_playFile.player != nullptr) {
         delete_fluid_player(m_playFile.player);

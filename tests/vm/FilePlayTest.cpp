@@ -100,6 +100,33 @@ TEST_F(FilePlay, AFileIsHeardForItsLengthAndTheStatusFollowsIt) {
     EXPECT_EQ(1, RendererUsers()) << "the end of a file leaves its user";
 }
 
+// A piano and a string section fade for seconds after their last note-off; the file ends
+// at its last event all the same, and its last notes ring on after it.
+TEST_F(FilePlay, TheFileEndsAtItsLastEventWhileItsLastNotesRingOn) {
+    LoopbackCapture capture;
+    std::string problem;
+    ASSERT_TRUE(capture.Start(&problem)) << problem;
+    for (int program : {0, 48}) {
+        MidiFileWriter song;
+        song.AddProgramChange(0, program, 0);
+        song.AddNote(0, 60, 110, 0, 1.0);
+        song.AddNote(0, 64, 110, 0, 1.0);
+        const std::string path = m_dir + "/fade.mid";
+        ASSERT_TRUE(song.Write(path));
+        const auto start = std::chrono::steady_clock::now();
+        ASSERT_EQ(1, Start(path));
+        ASSERT_TRUE(WaitIdle(std::chrono::seconds(10)));
+        const double ended =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        EXPECT_TRUE(
+            WaitFor([&] { return capture.RecentRms(20) > kHeard; }, std::chrono::milliseconds(100)))
+            << "program " << program << ": the release is not cut";
+#if !defined(__SANITIZE_THREAD__)
+        EXPECT_NEAR(1.0, ended, 0.1) << "program " << program;
+#endif
+    }
+}
+
 TEST_F(FilePlay, StopWhilePlayingAnswersZeroAndTheStatusIsIdleAtOnce) {
     ASSERT_EQ(1, Start(WriteSong("long.mid", 30.0)));
     LogCapture log;

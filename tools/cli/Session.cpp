@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <alsa/asoundlib.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 
 #include "ExitCodes.h"
 #include "Library.h"
+#include "OutputFormat.h"
 #include "Report.h"
 #include "Waiter.h"
 
@@ -30,6 +32,23 @@ const auto kRecheck = std::chrono::milliseconds(250);
 // NUV_LOG_LEVEL asks the library for its lines.
 const int kLogQuiet = 0;
 const int kLogTrace = 4;
+
+void QuietAlsa(const char*, int, const char*, int, const char*, ...) {}
+
+// The library opens its PCM only when something first sounds, and tells a failure only in
+// its log: the name is tried here first, so that a wrong one fails the run. Empty when the
+// PCM opens.
+std::string PcmProblem(const std::string& name, bool verbose) {
+    if (!verbose)
+        snd_lib_error_set_handler(&QuietAlsa);
+    snd_pcm_t* pcm = nullptr;
+    const int err = snd_pcm_open(&pcm, name.c_str(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+    snd_lib_error_set_handler(nullptr);
+    if (err < 0)
+        return snd_strerror(err);
+    snd_pcm_close(pcm);
+    return std::string();
+}
 
 DeviceEntry EntryOf(const _NuvDevInfo& info) {
     DeviceEntry entry;
@@ -81,7 +100,13 @@ int Session::m_ChooseOutput(const GlobalOptions& options) {
     if (!options.wavFile.empty() && !m_library.SetWavFile(options.wavFile))
         return Fail(EXIT_FAILED, "this MIDI library's audio output cannot record to '%s'",
                     options.wavFile.c_str());
-    if (!options.audioDevice.empty() && !m_library.SetAudioDevice(options.audioDevice))
+    if (options.audioDevice.empty())
+        return EXIT_OK;
+    const std::string problem = PcmProblem(options.audioDevice, options.verbose);
+    if (!problem.empty())
+        return Fail(EXIT_FAILED, "cannot open the ALSA PCM '%s': %s", options.audioDevice.c_str(),
+                    problem.c_str());
+    if (!m_library.SetAudioDevice(options.audioDevice))
         return Fail(EXIT_FAILED, "this MIDI library's audio output cannot use the PCM '%s'",
                     options.audioDevice.c_str());
     return EXIT_OK;
@@ -170,13 +195,17 @@ INuvMIDIDevice* Session::Take(DeviceEntry& device) {
         Fail(EXIT_FAILED, "the library cannot create the device '%s'", device.name.c_str());
         return nullptr;
     }
-    // The library creates devices by name: of two clients of one name it reaches the first.
+    // A name reaches the first client of that name (two keyboards of one product share
+    // it); any other is reached by its UID, its client number.
     _NuvDevInfo info{};
     created->GetDevInfo(info);
     if (atoi(info.UID) != device.client) {
-        Fail(EXIT_FAILED, "two clients are named '%s'; the library reaches only client %s",
-             device.name.c_str(), info.UID);
-        return nullptr;
+        created = m_manager->CreateDevice(std::to_string(device.client).c_str());
+        if (created == nullptr) {
+            Fail(EXIT_FAILED, "the library cannot create the device '%s' (%d)", device.name.c_str(),
+                 device.client);
+            return nullptr;
+        }
     }
     device.id = created->GetID();
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -217,6 +246,11 @@ std::vector<DeviceNews> Session::TakeNews() {
     return news;
 }
 
+void PrintNews(const DeviceNews& news, Waiter::Clock::time_point start) {
+    const double seconds = std::chrono::duration<double>(news.at - start).count();
+    Print(FormatDeviceNewsLine(seconds, news.device.name, news.arrived, news.device.client));
+}
+
 void Session::Keep(std::unique_ptr<NuvCallback> callback) {
     m_kept.push_back(std::move(callback));
 }
@@ -227,6 +261,7 @@ int Session::t_OnCallback(int event, void* arg1, void* arg2, void*) {
         arg1 == nullptr)
         return 0;
     DeviceNews news;
+    news.at = Waiter::Clock::now();
     news.arrived = event == NUV_EVENT_DEVICE_ATTACHED;
     news.device = EntryOf(*static_cast<const _NuvDevInfo*>(arg1));
     if (arg2 != nullptr)
