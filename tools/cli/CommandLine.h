@@ -20,7 +20,8 @@ enum class Command {
     Connect,
     Disconnect,
     Wait,
-    Script
+    Script,
+    Render
 };
 
 enum class FontsAction { Load, Unload, List };
@@ -37,7 +38,8 @@ struct GlobalOptions {
 struct Action {
     Command command = Command::Devices;
     std::vector<std::string> devices; // as the user named them
-    std::string path;                 // play, fonts load, script ("-": standard input)
+    std::string path;                 // play, render, fonts load, script ("-": standard input)
+    std::string output;               // render -o: the WAV file to write
     bool json = false;                // devices --json
     bool watch = false;               // devices --watch
     long eventLimit = 0;              // monitor --count: stop after that many events; 0 never

@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <iostream>
 #include <iterator>
 #include <string>
@@ -61,6 +62,15 @@ int Run(const std::vector<std::string>& args) {
         return EXIT_OK;
     if (int code = CheckFiles(commandLine.options, actions))
         return code;
+    const auto isRender = [](const Action& action) { return action.command == Command::Render; };
+    if (std::any_of(actions.begin(), actions.end(), isRender)) {
+        if (!std::all_of(actions.begin(), actions.end(), isRender))
+            return Fail(EXIT_USAGE, "render runs without the library: chain it only with renders");
+        for (const Action& action : actions)
+            if (int code = RunRender(commandLine.options, action))
+                return code;
+        return EXIT_OK;
+    }
 
     Waiter waiter;
     if (!waiter.Open())
@@ -101,7 +111,8 @@ int RunAction(Session& session, const Action& action) {
         session.GetWaiter().WaitFor(std::chrono::milliseconds(action.waitMs));
         return EXIT_OK;
     case Command::Script:
-        break; // expanded before the run
+    case Command::Render:
+        break; // expanded, or run without the library, before
     }
     return EXIT_OK;
 }
