@@ -21,7 +21,7 @@ lintian --fail-on error "${debs[@]}"
 step "unpacked into a fresh prefix"
 prefix=$work/prefix
 for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$prefix"; done
-libdir=$(dirname "$(find "$prefix" -name libNuvMIDI.so.1 | head -1)")
+libdir=$(dirname "$(find "$prefix" -name libNuvMIDI.so.1 -print -quit)")
 flags=$(PKG_CONFIG_PATH=$libdir/pkgconfig pkg-config --cflags --libs nuvmidi)
 case $flags in *"$prefix"*) ;; *) echo "nuvmidi.pc points elsewhere: $flags" >&2; exit 1 ;; esac
 # shellcheck disable=SC2086
@@ -33,10 +33,9 @@ ninja -C "$work/examples" >/dev/null
 step "cmake --install --prefix elsewhere"
 cmake --install "$build" --prefix "$work/elsewhere" >/dev/null
 ldd "$work/elsewhere/bin/nuvmidi" >/dev/null
-if ldd "$work/elsewhere/lib/libNuvMIDI.so.1" | grep -q "libNuvCore.so.1 => $work/elsewhere/"; then
-  :
-else
-  echo "the installed libNuvMIDI does not find the libNuvCore beside it" >&2
+found=$(ldd "$work/elsewhere/lib/libNuvMIDI.so.1")
+if ! grep -q "libNuvCore.so.1 => $work/elsewhere/" <<<"$found"; then
+  echo "the installed libNuvMIDI does not find the libNuvCore beside it: $found" >&2
   exit 1
 fi
 
