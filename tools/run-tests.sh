@@ -18,7 +18,8 @@ for build in "${builds[@]}"; do
   sanitize=$build
   [ "$build" = plain ] && sanitize=
   echo "=== $build build ==="
-  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUV_SANITIZE="$sanitize" >/dev/null
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUV_SANITIZE="$sanitize" \
+    -DNUV_BUILD_TESTS=ON -DNUV_WERROR=ON >/dev/null
   ninja -C "$dir" -j "$jobs"
   # The VM tests take one boot each; the native ones run alongside.
   (cd "$dir" && ctest --output-on-failure -j 2 --timeout 1500)

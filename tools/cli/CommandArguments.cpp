@@ -73,9 +73,10 @@ private:
             m_action.devices = m_args;
             return true;
         case Command::Play:
-            if (!m_Arity(1, 1, "needs one FILE"))
+            if (!m_Arity(1, 1000, "needs one FILE or more"))
                 return false;
             m_action.path = m_args[0];
+            m_action.morePaths.assign(m_args.begin() + 1, m_args.end());
             return true;
         case Command::Send:
             return m_ParseSend();

@@ -142,6 +142,11 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
         result.outcome = CommandLine::HELP;
         return result;
     }
+    if (args.size() == 1 && args[0] == "--version") {
+        result.outcome = CommandLine::HELP;
+        result.text = "nuvmidi " NUV_VERSION "\n";
+        return result;
+    }
     std::vector<std::string> words;
     for (size_t i = 0; i <= args.size(); ++i) {
         if (i < args.size() && args[i] != "--then") {

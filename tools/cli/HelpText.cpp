@@ -13,7 +13,7 @@ Commands:
   monitor [--count N] [DEVICE...]
                                  print the MIDI that devices send, until Ctrl+C
   thru DEVICE                    play what DEVICE sends on the synthesizer
-  play FILE.mid                  play a standard MIDI file on the synthesizer
+  play FILE.mid...               play standard MIDI files on the synthesizer, in turn
   render FILE.mid -o OUT.wav     render a MIDI file into a WAV file offline, as the
                                  synthesizer would play it (needs no sequencer)
   send DEVICE EVENT ARG...       send one message (noteon, noteoff, cc, pgm, pitch,
@@ -34,6 +34,7 @@ Options (anywhere on the command line):
   -v, --verbose  print the library's trace log on standard error (without it only
                  nuvmidi's own lines are printed; NUV_LOG_LEVEL=0..4 picks another level)
   -h, --help     this help; after a command, that command's help
+  --version      the version of nuvmidi
 
 A DEVICE is a sequencer client's name, a unique prefix of it (any case), or its client
 number, as 'nuvmidi devices' or 'aconnect -l' list them; "fluid" names the synthesizer.
@@ -88,9 +89,9 @@ prints each event as monitor does, until Ctrl+C or SIGTERM, or until DEVICE goes
 (status 7).
 )";
     case Command::Play:
-        return R"(Usage: nuvmidi play FILE.mid
+        return R"(Usage: nuvmidi play FILE.mid...
 
-Plays a standard MIDI file on the synthesizer and waits for its end. On a terminal a
+Plays standard MIDI files on the synthesizer, one after the other, each to its end. On a terminal a
 progress bar shows the elapsed and total time; otherwise one line tells the total time.
 Ctrl+C stops the playback cleanly. With --wav FILE the sound is recorded instead.
 )";

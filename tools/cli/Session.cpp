@@ -202,8 +202,8 @@ INuvMIDIDevice* Session::Take(DeviceEntry& device) {
     if (atoi(info.UID) != device.client) {
         created = m_manager->CreateDevice(std::to_string(device.client).c_str());
         if (created == nullptr) {
-            Fail(EXIT_FAILED, "the library cannot create the device '%s' (%d)",
-                 device.name.c_str(), device.client);
+            Fail(EXIT_FAILED, "the library cannot create the device '%s' (%d)", device.name.c_str(),
+                 device.client);
             return nullptr;
         }
     }

@@ -47,6 +47,20 @@ int ExpandScripts(const std::vector<Action>& given, std::vector<Action>& actions
     return EXIT_OK;
 }
 
+// `play A B C` plays A, then B, then C: one play action each, every file checked first.
+std::vector<Action> SplitPlays(const std::vector<Action>& given) {
+    std::vector<Action> actions;
+    for (const Action& action : given) {
+        actions.push_back(action);
+        actions.back().morePaths.clear();
+        for (const std::string& path : action.morePaths) {
+            actions.push_back(actions.back());
+            actions.back().path = path;
+        }
+    }
+    return actions;
+}
+
 int Run(const std::vector<std::string>& args) {
     const CommandLine commandLine = ParseCommandLine(args);
     if (commandLine.outcome == CommandLine::HELP) {
@@ -58,6 +72,7 @@ int Run(const std::vector<std::string>& args) {
     std::vector<Action> actions;
     if (int code = ExpandScripts(commandLine.actions, actions))
         return code;
+    actions = SplitPlays(actions);
     if (actions.empty())
         return EXIT_OK;
     if (int code = CheckFiles(commandLine.options, actions))
