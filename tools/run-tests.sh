@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, builds, and runs the native tests and the
 # tests against a real kernel sequencer (inside the test VM), first in a plain build, then
-# in an ASan+UBSan build and a TSan build.
-#   tools/run-tests.sh            all three builds
+# in an ASan+UBSan build and a TSan build; then cross-built for 32-bit ARM, where the unit
+# and VM tests both run in the ARM test VM.
+#   tools/run-tests.sh            all four builds
 #   tools/run-tests.sh --quick    the plain build only
+#   tools/run-tests.sh --armhf    the 32-bit ARM build only
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-builds=(plain address thread)
+builds=(plain address thread armhf)
 [ "${1:-}" = "--quick" ] && builds=(plain)
+[ "${1:-}" = "--armhf" ] && builds=(armhf)
 
 tools/install-deps.sh
 
@@ -18,7 +21,13 @@ for build in "${builds[@]}"; do
   sanitize=$build
   [ "$build" = plain ] && sanitize=
   echo "=== $build build ==="
-  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUV_SANITIZE="$sanitize" >/dev/null
+  options=(-DNUV_SANITIZE="$sanitize")
+  if [ "$build" = armhf ]; then
+    # The sysroot and the ARM VM's kernel are fetched once and cached (about a minute).
+    cache=$(tools/armhf/fetch.sh)
+    options=(-DCMAKE_TOOLCHAIN_FILE=tools/armhf/toolchain.cmake -DNUV_ARMHF_SYSROOT="$cache/sysroot")
+  fi
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${options[@]}" >/dev/null
   ninja -C "$dir" -j "$jobs"
   # The VM tests take one boot each; the native ones run alongside.
   (cd "$dir" && ctest --output-on-failure -j 2 --timeout 1500)

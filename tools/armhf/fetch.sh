@@ -16,7 +16,6 @@ set -euo pipefail
 
 cache=${NUV_ARMHF_CACHE:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/nuvmidi/armhf}
 mirror=${NUV_DEBIAN_MIRROR:-http://deb.debian.org/debian}
-self=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/$(basename "${BASH_SOURCE[0]}")
 
 die() {
   echo "fetch-armhf: $*" >&2
@@ -74,6 +73,7 @@ apt_update() {
   done >"$apt_root/etc/apt/sources.list"
   # The lists are fetched again once a day.
   if [[ -n $(find "$apt_root/lists.stamp" -mmin -1440 2>/dev/null) ]]; then return 0; fi
+  rm -f "$cache/kernel.want"
   local try
   for try in 1 2 3; do
     if private_apt apt-get update -q >"$apt_root/update.log" 2>&1 &&
@@ -109,8 +109,10 @@ keep_links_inside() {
   done < <(find "$dir" -type l -lname '/*' -print0)
 }
 
-# The fingerprint of what a part is made of: this script and the package list.
-stamp_of() { { cat "$self"; echo "$*"; } | sha256sum | cut -c1-16; }
+# The fingerprint of what a part is made of: its packages and how it is made (raise
+# CACHE_FORMAT when a change here makes a part differently).
+readonly CACHE_FORMAT=1
+stamp_of() { echo "$CACHE_FORMAT $*" | sha256sum | cut -c1-16; }
 fresh() { [[ -d $cache/$1 && $(cat "$cache/$1.stamp" 2>/dev/null) == "$2" ]]; }
 
 fetch_sysroot() {
@@ -141,9 +143,14 @@ fetch_sysroot() {
 fetch_kernel() {
   local abi stamp started version work kroot headers src
   apt_update
-  abi=$(private_apt apt-cache depends linux-image-armmp | awk '/Depends: linux-image-/ { sub(/.*linux-image-/, ""); print; exit }')
-  [[ -n $abi ]] || die "no armmp kernel in Debian's armhf package list"
-  version=$(private_apt apt-cache show "linux-image-$abi" | awk '/^Version:/ { print $2; exit }')
+  # The kernel the lists name, looked up once per reading of the lists.
+  if [[ ! -s $cache/kernel.want ]]; then
+    abi=$(private_apt apt-cache depends linux-image-armmp | awk '/Depends: linux-image-/ { sub(/.*linux-image-/, ""); print; exit }')
+    [[ -n $abi ]] || die "no armmp kernel in Debian's armhf package list"
+    version=$(private_apt apt-cache show "linux-image-$abi" | awk '/^Version:/ { print $2; exit }')
+    echo "$abi $version" >"$cache/kernel.want"
+  fi
+  read -r abi version <"$cache/kernel.want"
   stamp=$(stamp_of "$abi $version")
   fresh kernel "$stamp" && return 0
   started=$(now)
