@@ -6,11 +6,23 @@
 //       NuvMIDI_Destroy();
 //   }
 //
+// Discovery is asynchronous: right after NuvMIDI_Create the device list may be empty; the
+// synthesizer and the devices arrive through the manager's callbacks (see
+// INuvMIDIDeviceManager.h), usually within a second. examples/play-note.cpp waits for the
+// synthesizer that way.
+//
 // Callbacks: device arrivals and departures and every incoming MIDI message reach the host
 // on the library's watcher thread, which asks for real-time priority (SCHED_FIFO 50) so
 // that a burst of input is read before the kernel's pool for it fills up. A callback should
 // return quickly and never wait for long: while it runs, no other input is read, and a
 // callback that spins keeps normal threads of the process from running.
+//
+// Logging: the library's lines, FluidSynth's and ALSA's messages among them, go to standard
+// error through the core's print_dlog (NuvLog). By default only failures that leave the
+// library without a synthesizer are written. NUV_LOG_LEVEL in the environment raises or
+// lowers that: 0 or none (nothing), 1 or assert, 2 or critical (the default), 3 or info
+// (errors, lifecycle notices, every host call), 4 or trace (every event). A host may also
+// call NuvLog_SetThreshold or install its own sink with NuvLog_SetSink.
 #ifndef NUV_MIDI_H
 #define NUV_MIDI_H
 

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "NuvLog"
+#include "NuvMIDILogRouting.h"
 #include "NuvMIDIRecordLayout.h"
 #include "NuvResult"
 
@@ -45,6 +46,7 @@ NuvMIDIWatcher::~NuvMIDIWatcher() {}
 
 int NuvMIDIWatcher::Create() {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::Create] \n");
+    NuvMIDIRouteLibraryLogs();
     if (m_CreateSequencer() != 0) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIWatcher::Create] Sequencer creation failed\n");
         return NUV_ERR_GENERAL;

@@ -2,23 +2,27 @@
 // pauses is prepared again on the next write.
 #include <alsa/asoundlib.h>
 
-#include <cstdio>
 #include <new>
 #include <string>
 
 #include "AudioSink.h"
+#include "NuvLog"
 #include "audio_io.h"
 
-struct NuvAudioSink {
+namespace {
+
+struct AlsaSink : NuvAudioSink {
     snd_pcm_t* pcm = nullptr;
     std::string name;
     snd_pcm_uframes_t bufferFrames = 0;
     bool underrunLogged = false; // one notice per prepared stream, however often it pauses
 };
 
-namespace {
+AlsaSink* Alsa(NuvAudioSink* sink) {
+    return static_cast<AlsaSink*>(sink);
+}
 
-int Configure(NuvAudioSink& sink, const NuvAudioFormat& format) {
+int Configure(AlsaSink& sink, const NuvAudioFormat& format) {
     snd_pcm_t* pcm = sink.pcm;
     snd_pcm_hw_params_t* hw;
     snd_pcm_hw_params_alloca(&hw);
@@ -56,7 +60,7 @@ int Configure(NuvAudioSink& sink, const NuvAudioFormat& format) {
 }
 
 int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
-    auto* sink = new (std::nothrow) NuvAudioSink;
+    auto* sink = new (std::nothrow) AlsaSink;
     if (sink == nullptr)
         return AUDIO_IO_ERROR_OUT_OF_MEMORY;
     sink->name = target;
@@ -74,23 +78,25 @@ int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
     return AUDIO_IO_ERROR_NONE;
 }
 
-int Prepare(NuvAudioSink* sink) {
+int Prepare(NuvAudioSink* base) {
+    AlsaSink* sink = Alsa(base);
     sink->underrunLogged = false;
     return snd_pcm_prepare(sink->pcm) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION : AUDIO_IO_ERROR_NONE;
 }
 
-void NoteUnderrun(NuvAudioSink* sink) {
+void NoteUnderrun(AlsaSink* sink) {
     NuvAudioStats_CountUnderrun();
     if (!sink->underrunLogged) {
         sink->underrunLogged = true;
-        std::fprintf(stderr,
-                     "nuv_audio_out: %s ran dry and was restarted; later underruns of this "
-                     "stream are only counted\n",
-                     sink->name.c_str());
+        print_dlog(NUV_LOG_INFO,
+                   "nuv_audio_out: %s ran dry and was restarted; later underruns of this "
+                   "stream are only counted\n",
+                   sink->name.c_str());
     }
 }
 
-long Write(NuvAudioSink* sink, const void* data, unsigned long frames) {
+long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
+    AlsaSink* sink = Alsa(base);
     const auto* bytes = static_cast<const char*>(data);
     const long frameBytes = long(snd_pcm_frames_to_bytes(sink->pcm, 1));
     unsigned long left = frames;
@@ -112,18 +118,20 @@ long Write(NuvAudioSink* sink, const void* data, unsigned long frames) {
     return long(frames);
 }
 
-int Unprepare(NuvAudioSink* sink) {
+int Unprepare(NuvAudioSink* base) {
+    AlsaSink* sink = Alsa(base);
     snd_pcm_drop(sink->pcm);
     return AUDIO_IO_ERROR_NONE;
 }
 
-void Close(NuvAudioSink* sink) {
+void Close(NuvAudioSink* base) {
+    AlsaSink* sink = Alsa(base);
     snd_pcm_close(sink->pcm);
     delete sink;
 }
 
 unsigned long BufferFrames(const NuvAudioSink* sink) {
-    return sink->bufferFrames;
+    return static_cast<const AlsaSink*>(sink)->bufferFrames;
 }
 
 } // namespace

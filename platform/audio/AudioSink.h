@@ -22,7 +22,9 @@ struct NuvAudioFormat {
 constexpr unsigned long kNuvAudioPeriodFrames = 512;
 constexpr unsigned long kNuvAudioPeriods = 4;
 
-struct NuvAudioSink; // each driver's own state
+// Each driver keeps its state in a type of its own, derived from this one and named only in
+// its file; two files must never define one type differently.
+struct NuvAudioSink {};
 
 struct NuvAudioSinkDriver {
     const char* name;

@@ -12,7 +12,9 @@
 #include "AudioSink.h"
 #include "audio_io.h"
 
-struct NuvAudioSink {
+namespace {
+
+struct WavSink : NuvAudioSink {
     FILE* file = nullptr;
     NuvAudioFormat format{};
     uint64_t dataBytes = 0;
@@ -21,7 +23,9 @@ struct NuvAudioSink {
     uint64_t runFrames = 0; // frames queued since then
 };
 
-namespace {
+WavSink* Wav(NuvAudioSink* sink) {
+    return static_cast<WavSink*>(sink);
+}
 
 constexpr unsigned long kBufferFrames = kNuvAudioPeriodFrames * kNuvAudioPeriods;
 
@@ -31,7 +35,7 @@ void PutLE(unsigned char* at, uint32_t value, int bytes) {
 }
 
 // Writes the 44-byte header for the data written so far and returns to the end.
-void WriteHeader(NuvAudioSink* sink) {
+void WriteHeader(WavSink* sink) {
     const uint32_t data =
         sink->dataBytes > 0xFFFFFFFFu - 36 ? 0xFFFFFFFFu - 36 : uint32_t(sink->dataBytes);
     const NuvAudioFormat& f = sink->format;
@@ -53,12 +57,12 @@ void WriteHeader(NuvAudioSink* sink) {
     std::fflush(sink->file);
 }
 
-int64_t FramesToNs(const NuvAudioSink* sink, uint64_t frames) {
+int64_t FramesToNs(const WavSink* sink, uint64_t frames) {
     return int64_t(frames * 1000000000ull / sink->format.rate);
 }
 
 int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
-    auto* sink = new (std::nothrow) NuvAudioSink;
+    auto* sink = new (std::nothrow) WavSink;
     if (sink == nullptr)
         return AUDIO_IO_ERROR_OUT_OF_MEMORY;
     sink->format = format;
@@ -72,12 +76,14 @@ int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
     return AUDIO_IO_ERROR_NONE;
 }
 
-int Prepare(NuvAudioSink* sink) {
+int Prepare(NuvAudioSink* base) {
+    WavSink* sink = Wav(base);
     sink->running = false;
     return AUDIO_IO_ERROR_NONE;
 }
 
-long Write(NuvAudioSink* sink, const void* data, unsigned long frames) {
+long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
+    WavSink* sink = Wav(base);
     const auto* bytes = static_cast<const unsigned char*>(data);
     const unsigned int frameBytes = sink->format.FrameBytes();
     unsigned long left = frames;
@@ -107,13 +113,15 @@ long Write(NuvAudioSink* sink, const void* data, unsigned long frames) {
     return long(frames);
 }
 
-int Unprepare(NuvAudioSink* sink) {
+int Unprepare(NuvAudioSink* base) {
+    WavSink* sink = Wav(base);
     sink->running = false;
     WriteHeader(sink);
     return AUDIO_IO_ERROR_NONE;
 }
 
-void Close(NuvAudioSink* sink) {
+void Close(NuvAudioSink* base) {
+    WavSink* sink = Wav(base);
     WriteHeader(sink);
     std::fclose(sink->file);
     delete sink;

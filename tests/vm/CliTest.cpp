@@ -147,6 +147,8 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
          1,
          "the synthesizer does not report channel pressure"},
         {{"--lib", "/tmp/no/libNuvMIDI.so", "devices"}, 6, "cannot load the MIDI library: "},
+        // FluidSynth's own complaint goes to the library's log, which is quiet here.
+        {{"fonts", "unload", "7"}, 1, "no font with ID 7 is loaded"},
     };
     for (const auto& c : cases) {
         const ProgramResult result = Nuvmidi(c.args);
@@ -156,6 +158,18 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
         EXPECT_EQ("", result.out) << c.message;
     }
     unlink(text.c_str());
+}
+
+TEST_F(CliVm, TheLibrarysLogIncludingFluidSynthsAppearsOnRequest) {
+    const ProgramResult verbose = Nuvmidi({"-v", "fonts", "unload", "7"});
+    EXPECT_NE(std::string::npos, verbose.err.find("fluidsynth: No SoundFont with id = 7"))
+        << verbose.err;
+    setenv("NUV_LOG_LEVEL", "info", 1);
+    const ProgramResult asked = Nuvmidi({"fonts", "unload", "7"});
+    unsetenv("NUV_LOG_LEVEL");
+    EXPECT_NE(std::string::npos, asked.err.find("fluidsynth: No SoundFont with id = 7"))
+        << asked.err;
+    EXPECT_EQ(std::string::npos, asked.err.find("[NuvMIDIWatcher::Create]")) << "a trace line";
 }
 
 TEST_F(CliVm, NoSequencerIsItsOwnFailure) {

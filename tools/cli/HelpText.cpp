@@ -29,7 +29,8 @@ Options (anywhere on the command line):
   --font SF2     load this sound font on top of the default one
   --audio PCM    play through this ALSA PCM (default "default")
   --wav FILE     record what is played into FILE instead of playing it
-  -v, --verbose  print the library's trace log on standard error
+  -v, --verbose  print the library's trace log on standard error (without it only
+                 nuvmidi's own lines are printed; NUV_LOG_LEVEL=0..4 picks another level)
   -h, --help     this help; after a command, that command's help
 
 A DEVICE is a sequencer client's name, a unique prefix of it (any case), or its client

@@ -26,7 +26,9 @@ const auto kQuietAfterSynth = std::chrono::milliseconds(200);
 // the callback was registered.
 const auto kRecheck = std::chrono::milliseconds(250);
 
-const int kLogQuiet = 2; // only failures that leave the library without a synthesizer
+// Without -v only nuvmidi's own lines are printed (they say when -v shows why), unless
+// NUV_LOG_LEVEL asks the library for its lines.
+const int kLogQuiet = 0;
 const int kLogTrace = 4;
 
 DeviceEntry EntryOf(const _NuvDevInfo& info) {
@@ -49,7 +51,10 @@ Session::~Session() {
 }
 
 int Session::Open(const GlobalOptions& options) {
-    m_library.SetLogThreshold(options.verbose ? kLogTrace : kLogQuiet);
+    if (options.verbose)
+        m_library.SetLogThreshold(kLogTrace);
+    else if (getenv("NUV_LOG_LEVEL") == nullptr)
+        m_library.SetLogThreshold(kLogQuiet);
     if (int code = m_ChooseOutput(options))
         return code;
     if (!m_library.Create()) {

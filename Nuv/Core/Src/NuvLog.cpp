@@ -6,11 +6,41 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <strings.h>
+
 #include <atomic>
 
 namespace {
 
-std::atomic<int> g_threshold{NUV_LOG_INFO};
+// Unset until the first line or the first NuvLog_SetThreshold.
+const int kUnset = -1;
+std::atomic<int> g_threshold{kUnset};
+
+// A host is told of failures only, unless NUV_LOG_LEVEL asks for more: a level's number
+// (0 for nothing, 1 to 4) or name (assert, critical, info, trace).
+int ThresholdFromEnvironment() {
+    const char* value = getenv("NUV_LOG_LEVEL");
+    if (value == nullptr || *value == '\0')
+        return NUV_LOG_CRITICAL;
+    static const char* const kNames[] = {"none", "assert", "critical", "info", "trace"};
+    for (int level = 0; level <= NUV_LOG_TRACE; ++level)
+        if (strcasecmp(value, kNames[level]) == 0)
+            return level;
+    char* end = nullptr;
+    const long level = strtol(value, &end, 10);
+    if (*end != '\0' || level < 0)
+        return NUV_LOG_CRITICAL;
+    return level > NUV_LOG_TRACE ? NUV_LOG_TRACE : static_cast<int>(level);
+}
+
+int Threshold() {
+    int threshold = g_threshold.load(std::memory_order_relaxed);
+    if (threshold != kUnset)
+        return threshold;
+    // A racing NuvLog_SetThreshold wins over the environment.
+    g_threshold.compare_exchange_strong(threshold, ThresholdFromEnvironment());
+    return g_threshold.load(std::memory_order_relaxed);
+}
 
 // Plain pthread objects are constant-initialised, so logging works from static
 // constructors of other libraries too.
@@ -46,7 +76,7 @@ void Emit(int level, const char* text, size_t length) {
 extern "C" {
 
 void vprint_dlog(NuvLogLevel level, const char* format, va_list args) {
-    if (format == nullptr || static_cast<int>(level) > g_threshold.load(std::memory_order_relaxed))
+    if (format == nullptr || static_cast<int>(level) > Threshold())
         return;
 
     char small[512];
@@ -82,7 +112,8 @@ void _ASSERT(const char* expression, const char* file, unsigned long line) {
 }
 
 int NuvLog_SetThreshold(int level) {
-    return g_threshold.exchange(level);
+    const int previous = g_threshold.exchange(level);
+    return previous != kUnset ? previous : ThresholdFromEnvironment();
 }
 
 NuvLogSink NuvLog_SetSink(NuvLogSink sink, void* context) {
