@@ -15,6 +15,14 @@ builds=(plain address thread armhf)
 
 tools/install-deps.sh
 
+# The armhf sysroot and the ARM VM's kernel are fetched once and cached (about a minute and
+# a half the first time): meanwhile the other builds go on.
+fetch_log=$(mktemp)
+trap 'rm -f "$fetch_log"' EXIT
+case " ${builds[*]} " in
+  *" armhf "*) tools/armhf/fetch.sh >"$fetch_log" 2>&1 & fetch_pid=$! ;;
+esac
+
 jobs=$(nproc)
 for build in "${builds[@]}"; do
   dir=build-ci-$build
@@ -23,8 +31,9 @@ for build in "${builds[@]}"; do
   echo "=== $build build ==="
   options=(-DNUV_SANITIZE="$sanitize")
   if [ "$build" = armhf ]; then
-    # The sysroot and the ARM VM's kernel are fetched once and cached (about a minute).
-    cache=$(tools/armhf/fetch.sh)
+    wait "$fetch_pid" || { cat "$fetch_log" >&2; exit 1; }
+    grep '^fetch-armhf:' "$fetch_log" || true
+    cache=$(tail -n 1 "$fetch_log")
     options=(-DCMAKE_TOOLCHAIN_FILE=tools/armhf/toolchain.cmake -DNUV_ARMHF_SYSROOT="$cache/sysroot")
   fi
   cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${options[@]}" >/dev/null
