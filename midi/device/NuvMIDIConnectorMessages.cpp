@@ -1,10 +1,12 @@
 // What a MIDI connector sends through the sequencer and reads back from the synthesizer.
 #include <alsa/asoundlib.h>
 #include <fluidsynth.h>
+#include <poll.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <mutex>
+#include <vector>
 
 #include "NuvLog"
 #include "NuvMIDIConnector.h"
@@ -18,8 +20,32 @@ const size_t kTextBound = 255;
 // not safe for two threads at once: host threads sending to different devices take turns.
 std::mutex g_sendMutex;
 
+// How long a send waits for room in the sequencer's pool before it gives the event up.
+const int kRoomWaitMs = 1000;
+
 bool IsNote(MIDIEventType type) {
     return type == MIDI_EVENT_NOTE_ON || type == MIDI_EVENT_NOTE_OFF;
+}
+
+// Waits until the sequencer can take more output; false after kRoomWaitMs.
+bool WaitForRoom(snd_seq_t* seq) {
+    std::vector<struct pollfd> fds(
+        static_cast<size_t>(snd_seq_poll_descriptors_count(seq, POLLOUT)));
+    const int count =
+        snd_seq_poll_descriptors(seq, fds.data(), static_cast<unsigned>(fds.size()), POLLOUT);
+    return count > 0 && poll(fds.data(), static_cast<nfds_t>(count), kRoomWaitMs) > 0;
+}
+
+// Writes one event out of the (non-blocking) handle. 0, or the sequencer's error.
+int Output(snd_seq_t* seq, snd_seq_event_t* event) {
+    int result = snd_seq_event_output(seq, event);
+    while (result == -EAGAIN && WaitForRoom(seq))
+        result = snd_seq_event_output(seq, event);
+    if (result < 0)
+        return result;
+    while ((result = snd_seq_drain_output(seq)) == -EAGAIN && WaitForRoom(seq)) {
+    }
+    return result < 0 ? result : 0;
 }
 } // namespace
 
@@ -60,8 +86,16 @@ int NuvMIDIConnector::SendMessage(MIDIEventType type, _MIDIMessage& msg) {
 
     if (info->seq != nullptr) {
         std::lock_guard<std::mutex> lock(g_sendMutex);
-        snd_seq_event_output(info->seq, &event);
-        snd_seq_drain_output(info->seq);
+        const int result = Output(info->seq, &event);
+        if (result < 0) {
+            // A refused event stays at the head of the output buffer and would hold back
+            // everything sent after it, from every device: it is dropped.
+            snd_seq_drop_output(info->seq);
+            print_dlog(NUV_LOG_INFO,
+                       "\n[NuvMIDIConnector::SendMessage] Event [%d] refused by the sequencer "
+                       "(%s), dropped\n",
+                       type, snd_strerror(result));
+        }
     }
     return 0;
 }

@@ -78,6 +78,10 @@ int NuvMIDIDevice::UnregisterCallback(NuvCallback* callback) {
 
 int NuvMIDIDevice::GetInformation(MIDIEventType type, _MIDIMessage* msg) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDevice::GetInformation]\n");
+    if (msg == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDevice::GetInformation] null message\n");
+        return 0;
+    }
     HostCall call(*this);
     if (call)
         m_pConnector->GetInformation(type, msg);

@@ -20,6 +20,10 @@ const int kModuleAttempts = 11;
 
 int NuvMIDIEntry::m_ReadProcModules(char* buffer) {
     print_dlog(NUV_LOG_INFO, "%s\n", "INFO: _nuv_ReadProcModules().");
+    if (buffer == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "ERROR: no buffer for the modules proc file.");
+        return 0;
+    }
     FILE* file = fopen("/proc/modules", "r");
     if (file == nullptr) {
         print_dlog(NUV_LOG_INFO, "%s\n", "ERROR: Can't open modules proc file.");
@@ -38,6 +42,10 @@ int NuvMIDIEntry::m_ReadProcModules(char* buffer) {
 // posix_spawn starts the child without copying the host's address space (as vfork does),
 // so a large process with many threads can still run a command.
 int NuvMIDIEntry::m_ExecShell(const char* command) {
+    if (command == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "ERROR: m_ExecShell(null).");
+        return -1;
+    }
     char* const argv[] = {const_cast<char*>("/bin/sh"), const_cast<char*>("-c"),
                           const_cast<char*>(command), nullptr};
     pid_t pid = -1;
@@ -54,7 +62,10 @@ void NuvMIDIEntry::m_InsertModules(const char* moduleName, const char** commands
     memset(buffer, 0, sizeof(buffer));
     print_dlog(NUV_LOG_INFO, "%s\n", "INFO: _nuv_InsertModule().");
 
-    for (int attempt = 1;; ++attempt) {
+    // Without a name there is nothing to wait for: the commands run at once.
+    if (moduleName == nullptr)
+        print_dlog(NUV_LOG_INFO, "%s\n", "ERROR: no module name to wait for.");
+    for (int attempt = 1; moduleName != nullptr; ++attempt) {
         if (m_ReadProcModules(buffer) == 1) {
             buffer[kModulesBufferSize - 1] = '\0';
             if (strstr(buffer, moduleName) != nullptr) {

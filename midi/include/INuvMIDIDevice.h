@@ -40,6 +40,12 @@ public:
     // "bbb:ppp name," in 21 characters; empty for an unknown font.
     virtual std::string GetSoundFontIntruments(unsigned int fontId, unsigned int start,
                                                unsigned int count) = 0;
+
+    // Not a slot: a null path would throw while the string is made, before the library
+    // could refuse it; as an empty path it is refused with -1.
+    int LoadSoundFontFile(const char* path) {
+        return LoadSoundFontFile(std::string(path != nullptr ? path : ""));
+    }
 };
 
 #endif

@@ -42,7 +42,8 @@ public:
     virtual int StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) = 0;
     // Not implemented: always 9900.
     virtual int PauseStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) = 0;
-    // 2 while a file plays, 1 otherwise (before any, after its end or StopStream).
+    // 2 while a file plays; 1 before any, after StopStream, and from the file's last event
+    // on (its last notes may still ring out; a next start cuts them).
     virtual int GetFilePlayStatus() = 0;
     // Kept for the next renderer that starts; the library interprets none of it. Returns 1.
     virtual int SetAppInfo(int appInfo1, int appInfo2, std::string text) = 0;

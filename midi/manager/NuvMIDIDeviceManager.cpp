@@ -40,6 +40,10 @@ NuvMIDIDeviceManager::~NuvMIDIDeviceManager() {
 
 int NuvMIDIDeviceManager::IsConnected(const char* name) {
     print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::IsConnected]\n");
+    if (name == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::IsConnected] null name\n");
+        return 0;
+    }
     return NuvDeviceManager::IsConnected(NUV_DEVICE_TYPE_MIDI, name);
 }
 
@@ -60,6 +64,10 @@ int NuvMIDIDeviceManager::UnregisterCallback(NuvCallback* callback) {
 
 INuvMIDIDevice* NuvMIDIDeviceManager::CreateDevice(const char* name) {
     print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIDeviceManager::CreateDevice]\n");
+    if (name == nullptr) {
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::CreateDevice] null name\n");
+        return nullptr;
+    }
     return AsHostDevice(NuvDeviceManager::t_CreateDevice(NUV_DEVICE_TYPE_MIDI, name));
 }
 
@@ -81,7 +89,8 @@ int NuvMIDIDeviceManager::DestroyDevice(int id) {
     return NuvDeviceManager::t_DestroyDevice(id);
 }
 
-int NuvMIDIDeviceManager::PauseStream(_MIDIDeviceInfo*, _MIDIDeviceInfo*) {
+int NuvMIDIDeviceManager::PauseStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) {
+    m_RefuseNullEnd("PauseStream", src, dst);
     return NUV_ERR_NOT_IMPLEMENTED;
 }
 

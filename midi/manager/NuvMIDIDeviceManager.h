@@ -21,7 +21,7 @@ class NuvMIDISynthActivity;
 // The file-playback block; its address is the play thread's argument.
 struct _PlayFileInfo {
     fluid_synth_t* synth;
-    fluid_player_t* player;  // owned by the manager
+    fluid_player_t* player;  // the file's; its play thread deletes it when it ends
     std::atomic<int> status; // 1: no file playing, 2: playing
     char fileName[256];
 
@@ -74,6 +74,9 @@ private:
 
     int m_CreateRenderer(const DeviceEnd& device);
     void m_DestroyRenderer();
+    // True, after a line naming `operation`, when either end is null.
+    static bool m_RefuseNullEnd(const char* operation, const _MIDIDeviceInfo* src,
+                                const _MIDIDeviceInfo* dst);
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
 
     int m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst);

@@ -25,6 +25,15 @@ void SetPlayerDefaults(fluid_synth_t* synth) {
     fluid_settings_setint(settings, "player.reset-synth", 0);
 }
 
+// Every event of the file has been played. FluidSynth 2 keeps its player playing after
+// that until no voice sounds any more, which for a piano's or a string section's release
+// is seconds after the sound has faded: the file's end is taken from the ticks instead,
+// and the player runs on only to let the last notes ring out.
+bool AllEventsPlayed(fluid_player_t* player) {
+    const int total = fluid_player_get_total_ticks(player);
+    return total > 0 && fluid_player_get_current_tick(player) >= total;
+}
+
 } // namespace
 
 void* PlayFile(void* arg) {
@@ -38,9 +47,12 @@ void* PlayFile(void* arg) {
     {
         std::lock_guard<std::mutex> lock(info->lock);
         // A stop that came before this thread got here leaves the player unstarted.
-        if (!info->stopRequested)
+        if (!info->stopRequested) {
             started = fluid_player_add(player, info->fileName) == FLUID_OK &&
                       fluid_player_play(player) == FLUID_OK;
+            if (!started)
+                print_dlog(NUV_LOG_INFO, "\n[PlayFile] %s could not be started\n", info->fileName);
+        }
     }
     if (started) {
         std::unique_lock<std::mutex> lock(info->lock);
@@ -48,19 +60,27 @@ void* PlayFile(void* arg) {
             const int status = fluid_player_get_status(player);
             if (status != FLUID_PLAYER_PLAYING && status != FLUID_PLAYER_READY)
                 break;
+            if (info->status == kPlaying && AllEventsPlayed(player))
+                info->status = kIdle; // a next start or a stop cuts the ringing notes
             // A poll period, cut short by a stop.
             info->ended.wait_for(lock, std::chrono::microseconds(kPollMicroseconds));
         }
     }
     info->status = kIdle;
 
-    fluid_player_join(player);
+    // Joining a player that never started would wait for ever.
+    if (started)
+        fluid_player_join(player);
     usleep(kPollMicroseconds);
     if (fluid_player_get_status(player) == FLUID_PLAYER_DONE)
         fluid_synth_system_reset(info->synth);
 
-    // The last use of `info`: from here the manager may delete the player or itself.
+    // The last use of `info`: from here the manager may replace the name or free itself.
     std::lock_guard<std::mutex> lock(info->lock);
+    // A stopped player's timer thread would wake 250 times a second until the next file:
+    // the player goes with the thread that played it.
+    delete_fluid_player(player);
+    info->player = nullptr;
     info->threadRunning = false;
     info->ended.notify_all();
     return nullptr;
@@ -88,7 +108,12 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
     if (m_playFile.status != kIdle)
         return 1; // a file is playing; this one is not queued
     std::unique_lock<std::mutex> lock(m_playFile.lock);
-    // A play thread that was stopped may still be finishing with its player.
+    // The last file's notes may still be ringing, or a stopped play thread finishing.
+    if (m_playFile.threadRunning) {
+        m_playFile.stopRequested = true;
+        fluid_player_stop(m_playFile.player);
+        m_playFile.ended.notify_all();
+    }
     m_playFile.ended.wait(lock, [this] { return !m_playFile.threadRunning; });
     if (m_playFile.player != nullptr) {
         delete_fluid_player(m_playFile.player);
@@ -136,7 +161,8 @@ int NuvMIDIDeviceManager::m_StopFile(_MIDIDeviceInfo* dst) {
     {
         std::lock_guard<std::mutex> lock(m_playFile.lock);
         m_playFile.stopRequested = true;
-        fluid_player_stop(m_playFile.player);
+        if (m_playFile.player != nullptr) // null once the play thread has finished with it
+            fluid_player_stop(m_playFile.player);
         m_playFile.ended.notify_all();
     }
     // Lets the player's timer finish its last callback before the notes are cut.

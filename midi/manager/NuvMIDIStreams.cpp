@@ -23,6 +23,9 @@ static_assert(kDeviceToDevice == 1 && kToFile == 2 && kFileToDevice == 3, "strea
 
 constexpr int kSubscriptionBusy = -16; // -EBUSY: the pair is already subscribed
 
+// A host's name need not be terminated: it is read up to the end of its field.
+constexpr int kNameBound = sizeof(_MIDIDeviceInfo::name);
+
 snd_seq_addr_t Address(const _MIDIClientInfo& info) {
     snd_seq_addr_t address;
     address.client = static_cast<unsigned char>(info.client);
@@ -34,16 +37,19 @@ snd_seq_addr_t Address(const _MIDIClientInfo& info) {
 
 int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) {
     print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StartStream]\n");
+    if (m_RefuseNullEnd("StartStream", src, dst))
+        return 0;
     if (!ValidSource(src->type)) {
         print_dlog(NUV_LOG_INFO,
-                   "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[%d] name [%s]\n",
-                   src->type, src->name);
+                   "\n[NuvMIDIDeviceManager::StartStream] Invalid source type[%d] name [%.*s]\n",
+                   src->type, kNameBound, src->name);
         return 0;
     }
     if (!ValidDestination(dst->type)) {
-        print_dlog(NUV_LOG_INFO,
-                   "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[%d] name [%s]\n",
-                   dst->type, dst->name);
+        print_dlog(
+            NUV_LOG_INFO,
+            "\n[NuvMIDIDeviceManager::StartStream] Invalid destination type[%d] name [%.*s]\n",
+            dst->type, kNameBound, dst->name);
         return 0;
     }
     const int kind = src->type | dst->type;
@@ -75,16 +81,19 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
 
 int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) {
     print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::StopStream]\n");
+    if (m_RefuseNullEnd("StopStream", src, dst))
+        return NUV_ERR_INVALID_STREAM;
     if (!ValidSource(src->type)) {
         print_dlog(NUV_LOG_INFO,
-                   "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[%d] name [%s]\n",
-                   src->type, src->name);
+                   "\n[NuvMIDIDeviceManager::StopStream] Invalid source type[%d] name [%.*s]\n",
+                   src->type, kNameBound, src->name);
         return NUV_ERR_INVALID_STREAM;
     }
     if (!ValidDestination(dst->type)) {
-        print_dlog(NUV_LOG_INFO,
-                   "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[%d] name [%s]\n",
-                   dst->type, dst->name);
+        print_dlog(
+            NUV_LOG_INFO,
+            "\n[NuvMIDIDeviceManager::StopStream] Invalid destination type[%d] name [%.*s]\n",
+            dst->type, kNameBound, dst->name);
         return NUV_ERR_INVALID_STREAM;
     }
     const int kind = src->type | dst->type;
@@ -108,6 +117,14 @@ int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst)
     }
     m_DestroyRenderer();
     return 0;
+}
+
+bool NuvMIDIDeviceManager::m_RefuseNullEnd(const char* operation, const _MIDIDeviceInfo* src,
+                                           const _MIDIDeviceInfo* dst) {
+    if (src != nullptr && dst != nullptr)
+        return false;
+    print_dlog(NUV_LOG_INFO, "\n[NuvMIDIDeviceManager::%s] null stream end\n", operation);
+    return true;
 }
 
 int NuvMIDIDeviceManager::m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender,

@@ -1,9 +1,13 @@
 // What a host gets for bad input: a clear result and a log line, and nothing lost or
 // leaked. The cases follow the table in docs/bad-input.md, in its order.
 #include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <climits>
+#include <cstdint>
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include "LogCapture.h"
@@ -22,6 +26,30 @@ bool WriteBytes(const std::string& path, const std::string& bytes) {
     out << bytes;
     return bool(out);
 }
+
+// A record whose last byte is the last byte of a page that a page nobody may read follows.
+class RecordBeforeAGuardPage {
+public:
+    RecordBeforeAGuardPage() : m_page(size_t(sysconf(_SC_PAGESIZE))) {
+        void* pages =
+            mmap(nullptr, 2 * m_page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        m_base = pages != MAP_FAILED ? static_cast<char*>(pages) : nullptr;
+        if (m_base != nullptr && mprotect(m_base + m_page, m_page, PROT_NONE) != 0) {
+            munmap(m_base, 2 * m_page);
+            m_base = nullptr;
+        }
+    }
+    ~RecordBeforeAGuardPage() {
+        if (m_base != nullptr)
+            munmap(m_base, 2 * m_page);
+    }
+    // The last `bytes` bytes before the guard page.
+    void* Last(size_t bytes) { return m_base != nullptr ? m_base + m_page - bytes : nullptr; }
+
+private:
+    size_t m_page;
+    char* m_base;
+};
 
 class QuietHostCallback : public NuvCallback {
 public:
@@ -189,24 +217,14 @@ TEST_F(BadInput, HugeStartAndCountKeepTheListingInItsBuffer) {
     EXPECT_EQ(1, keyboard->UnloadSoundFontFile(static_cast<unsigned int>(id)));
 }
 
-TEST_F(BadInput, NullCallbacksAreRefusedAndASecondUnregistrationChangesNothing) {
+TEST_F(BadInput, ANullOrSecondUnregistrationLeavesTheRealCallbacksAlone) {
     QuietHostCallback host;
     ASSERT_EQ(1, keyboard->RegisterCallback(&host));
-    EXPECT_EQ(NUV_ERR_GENERAL, keyboard->RegisterCallback(nullptr));
     EXPECT_EQ(NUV_ERR_GENERAL, keyboard->UnregisterCallback(nullptr));
-    EXPECT_EQ(1, log.Count("\n[NuvMIDIDevice::RegisterCallback] null callback\n\n", NUV_LOG_INFO));
-    EXPECT_EQ(1,
-              log.Count("\n[NuvMIDIDevice::UnregisterCallback] null callback\n\n", NUV_LOG_INFO));
     // The host's own callback is still registered: its unregistration reaches the connector.
     log.Clear();
     EXPECT_EQ(1, keyboard->UnregisterCallback(&host));
     EXPECT_EQ(1, log.Count("\n[NuvMIDIConnector::UnregisterMIDICallback]\n\n", NUV_LOG_TRACE));
-
-    log.Clear();
-    EXPECT_EQ(NUV_ERR_GENERAL, m_manager->RegisterCallback(nullptr));
-    EXPECT_EQ(NUV_ERR_GENERAL, m_manager->UnregisterCallback(nullptr));
-    EXPECT_EQ(1, log.Count("[NuvMIDIDeviceManager::RegisterCallback]\n\n", NUV_LOG_INFO));
-    EXPECT_EQ(1, log.Count("[NuvMIDIDeviceManager::UnregisterCallback]\n\n", NUV_LOG_INFO));
 
     // A second unregistration changes nothing.
     ASSERT_EQ(NUV_OK, m_manager->RegisterCallback(&host));
@@ -215,6 +233,89 @@ TEST_F(BadInput, NullCallbacksAreRefusedAndASecondUnregistrationChangesNothing) 
     ASSERT_EQ(1, keyboard->RegisterCallback(&host));
     EXPECT_EQ(1, keyboard->UnregisterCallback(&host));
     EXPECT_EQ(1, keyboard->UnregisterCallback(&host));
+}
+
+// Every pointer of the host API, null: the call's refusal and a line naming it, no crash.
+TEST_F(BadInput, NullPointersAreRefusedEverywhere) {
+    _MIDIDeviceInfo end = End(keyboard, MIDI_DEVICE_TYPE_SOURCE);
+    const char* noCommands[] = {nullptr};
+    const int users = RendererUsers();
+    struct Case {
+        const char* call;
+        std::function<long()> run;
+        long result;
+        const char* line; // level 3
+    };
+    const Case cases[] = {
+        {"IsConnected", [&] { return long(m_manager->IsConnected(nullptr)); }, 0,
+         "\n[NuvMIDIDeviceManager::IsConnected] null name\n\n"},
+        {"CreateDevice", [&] { return long(intptr_t(m_manager->CreateDevice(nullptr))); }, 0,
+         "\n[NuvMIDIDeviceManager::CreateDevice] null name\n\n"},
+        {"manager RegisterCallback", [&] { return long(m_manager->RegisterCallback(nullptr)); },
+         NUV_ERR_GENERAL, "[NuvMIDIDeviceManager::RegisterCallback]\n\n"},
+        {"manager UnregisterCallback", [&] { return long(m_manager->UnregisterCallback(nullptr)); },
+         NUV_ERR_GENERAL, "[NuvMIDIDeviceManager::UnregisterCallback]\n\n"},
+        {"StartStream source", [&] { return long(m_manager->StartStream(nullptr, &end)); }, 0,
+         "\n[NuvMIDIDeviceManager::StartStream] null stream end\n"},
+        {"StartStream destination", [&] { return long(m_manager->StartStream(&end, nullptr)); }, 0,
+         "\n[NuvMIDIDeviceManager::StartStream] null stream end\n"},
+        {"StopStream source", [&] { return long(m_manager->StopStream(nullptr, &end)); },
+         NUV_ERR_INVALID_STREAM, "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
+        {"StopStream destination", [&] { return long(m_manager->StopStream(&end, nullptr)); },
+         NUV_ERR_INVALID_STREAM, "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
+        {"PauseStream", [&] { return long(m_manager->PauseStream(nullptr, nullptr)); },
+         NUV_ERR_NOT_IMPLEMENTED, "\n[NuvMIDIDeviceManager::PauseStream] null stream end\n"},
+        {"device RegisterCallback", [&] { return long(keyboard->RegisterCallback(nullptr)); },
+         NUV_ERR_GENERAL, "\n[NuvMIDIDevice::RegisterCallback] null callback\n\n"},
+        {"device UnregisterCallback", [&] { return long(keyboard->UnregisterCallback(nullptr)); },
+         NUV_ERR_GENERAL, "\n[NuvMIDIDevice::UnregisterCallback] null callback\n\n"},
+        {"GetInformation",
+         [&] { return long(keyboard->GetInformation(MIDI_EVENT_CONTROL_CHANGE, nullptr)); }, 0,
+         "\n[NuvMIDIDevice::GetInformation] null message\n\n"},
+        {"LoadSoundFontFile", [&] { return long(keyboard->LoadSoundFontFile(nullptr)); }, -1,
+         "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n\n"},
+        {"m_ReadProcModules", [] { return long(NuvMIDIEntry::m_ReadProcModules(nullptr)); }, 0,
+         "ERROR: no buffer for the modules proc file.\n"},
+        {"m_ExecShell", [] { return long(NuvMIDIEntry::m_ExecShell(nullptr)); }, -1,
+         "ERROR: m_ExecShell(null).\n"},
+        {"m_InsertModules",
+         [&] {
+             NuvMIDIEntry::m_InsertModules(nullptr, noCommands);
+             return 0L;
+         },
+         0, "ERROR: no module name to wait for.\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.call);
+        log.Clear();
+        EXPECT_EQ(c.result, c.run());
+        EXPECT_EQ(1, log.Count(c.line, NUV_LOG_INFO));
+    }
+    EXPECT_EQ(users, RendererUsers()) << "nothing was started";
+}
+
+// A name with no terminator, right before memory that must not be read, is read up to the
+// end of its field and no further.
+TEST_F(BadInput, UnterminatedNamesAreReadWithinTheirField) {
+    RecordBeforeAGuardPage page;
+    auto* src = static_cast<_MIDIDeviceInfo*>(page.Last(sizeof(_MIDIDeviceInfo)));
+    ASSERT_NE(nullptr, src);
+    memset(src, 0x01, sizeof *src); // no zero byte in the whole record
+    memset(src->name, 'x', sizeof src->name);
+    _MIDIDeviceInfo dst = End(keyboard, MIDI_DEVICE_TYPE_DESTINATION);
+    const std::string name(sizeof src->name, 'x');
+    EXPECT_EQ(0, m_manager->StartStream(src, &dst));
+    EXPECT_EQ(NUV_ERR_INVALID_STREAM, m_manager->StopStream(src, &dst));
+    EXPECT_EQ(2, log.CountContaining("Invalid source type[16843009] name [" + name + "]\n"));
+    _MIDIDeviceInfo source = End(keyboard, MIDI_DEVICE_TYPE_SOURCE);
+    EXPECT_EQ(0, m_manager->StartStream(&source, src));
+    EXPECT_EQ(NUV_ERR_INVALID_STREAM, m_manager->StopStream(&source, src));
+    EXPECT_EQ(2, log.CountContaining("Invalid destination type[16843009] name [" + name + "]\n"));
+
+    char* deviceName = static_cast<char*>(page.Last(256));
+    memset(deviceName, 'x', 256);
+    EXPECT_EQ(0, m_manager->IsConnected(deviceName));
+    EXPECT_EQ(nullptr, m_manager->CreateDevice(deviceName));
 }
 
 TEST_F(BadInput, SecondDestroyDeviceIsRefused) {

@@ -6,6 +6,7 @@
 
 #include "CommandOutput.h"
 #include "DeviceVmFixture.h"
+#include "LogCapture.h"
 #include "VirtualKeyboard.h"
 
 namespace {
@@ -111,6 +112,48 @@ TEST_F(DeviceSendMessage, NoteCarriesItsDurationAndNoNoteOffFollows) {
     device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, marker);
     ASSERT_TRUE(NextEvent(peer.Handle(), &event));
     EXPECT_EQ(SND_SEQ_EVENT_CONTROLLER, event.type);
+}
+
+// A type the sequencer refuses (5, a scheduled note, cannot be sent directly; 130, a
+// variable-length type, comes with a fixed-length payload) is dropped with a line naming
+// it; whatever the type, the next message reaches the synthesizer and the port's peers.
+TEST_F(DeviceSendMessage, NoTypeValueHoldsBackTheMessagesAfterIt) {
+    const int watcher = WatcherClient();
+    ASSERT_GE(watcher, 0);
+    UserSpaceClient peer("Nuv Send Peer");
+    ASSERT_TRUE(peer.IsOpen());
+    ASSERT_EQ(0, snd_seq_connect_from(peer.Handle(), 0, watcher, 2));
+    INuvMIDIDevice* device = CreateDevice(kMidiThrough);
+    ASSERT_NE(nullptr, device);
+    LogCapture log;
+
+    for (int type = 0; type < 256; ++type) {
+        SCOPED_TRACE("type " + std::to_string(type));
+        _MIDIMessage any = Message(0, 60, 100);
+        device->SendMessage(static_cast<MIDIEventType>(type), any);
+        const int volume = type % 128; // differs from the previous probe's
+        _MIDIMessage probe = Message(0, 7, volume);
+        device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, probe);
+
+        snd_seq_event_t event;
+        bool heard = false;
+        while (!heard && NextEvent(peer.Handle(), &event))
+            heard = event.type == SND_SEQ_EVENT_CONTROLLER && event.data.control.param == 7 &&
+                    event.data.control.value == volume;
+        ASSERT_TRUE(heard) << "the port's peer did not get the next message";
+        _MIDIMessage answer = Message(0, 7, -1);
+        ASSERT_TRUE(WaitFor([&] {
+            device->GetInformation(MIDI_EVENT_CONTROL_CHANGE, &answer);
+            return answer.value == volume;
+        })) << "the synthesizer did not get the next message";
+    }
+    for (int refused : {5, 130}) {
+        const std::string line = "Event [" + std::to_string(refused) + "] refused";
+        int found = 0;
+        for (const LogLine& logged : log.Lines())
+            found += logged.level == NUV_LOG_INFO && logged.text.find(line) != std::string::npos;
+        EXPECT_EQ(1, found) << line;
+    }
 }
 
 TEST_F(DeviceSendMessage, SynthesizerStateReadsBackWhatWasSent) {

@@ -1,14 +1,31 @@
 // MIDI files played through StartStream(file, device): the play status, stopping, one
 // file at a time, and what is heard (refused paths are in the bad-input tests).
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 
 #include "LogCapture.h"
 #include "LoopbackCapture.h"
 #include "ManagerVmFixture.h"
 #include "MidiFileWriter.h"
+#include "ThreadNames.h"
+
+namespace {
+std::atomic<bool> g_refuseFiles{false};
+}
+
+// Stands before FluidSynth's own: refuses every file while armed, as FluidSynth does when
+// memory runs out.
+extern "C" int fluid_player_add(fluid_player_t* player, const char* path) {
+    if (g_refuseFiles.load())
+        return FLUID_FAILED;
+    static const auto real = reinterpret_cast<int (*)(fluid_player_t*, const char*)>(
+        dlsym(RTLD_NEXT, "fluid_player_add"));
+    return real(player, path);
+}
 
 namespace {
 
@@ -83,6 +100,33 @@ TEST_F(FilePlay, AFileIsHeardForItsLengthAndTheStatusFollowsIt) {
     EXPECT_EQ(1, RendererUsers()) << "the end of a file leaves its user";
 }
 
+// A piano and a string section fade for seconds after their last note-off; the file ends
+// at its last event all the same, and its last notes ring on after it.
+TEST_F(FilePlay, TheFileEndsAtItsLastEventWhileItsLastNotesRingOn) {
+    LoopbackCapture capture;
+    std::string problem;
+    ASSERT_TRUE(capture.Start(&problem)) << problem;
+    for (int program : {0, 48}) {
+        MidiFileWriter song;
+        song.AddProgramChange(0, program, 0);
+        song.AddNote(0, 60, 110, 0, 1.0);
+        song.AddNote(0, 64, 110, 0, 1.0);
+        const std::string path = m_dir + "/fade.mid";
+        ASSERT_TRUE(song.Write(path));
+        const auto start = std::chrono::steady_clock::now();
+        ASSERT_EQ(1, Start(path));
+        ASSERT_TRUE(WaitIdle(std::chrono::seconds(10)));
+        const double ended =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        EXPECT_TRUE(
+            WaitFor([&] { return capture.RecentRms(20) > kHeard; }, std::chrono::milliseconds(100)))
+            << "program " << program << ": the release is not cut";
+#if !defined(__SANITIZE_THREAD__)
+        EXPECT_NEAR(1.0, ended, 0.1) << "program " << program;
+#endif
+    }
+}
+
 TEST_F(FilePlay, StopWhilePlayingAnswersZeroAndTheStatusIsIdleAtOnce) {
     ASSERT_EQ(1, Start(WriteSong("long.mid", 30.0)));
     LogCapture log;
@@ -91,6 +135,9 @@ TEST_F(FilePlay, StopWhilePlayingAnswersZeroAndTheStatusIsIdleAtOnce) {
     EXPECT_TRUE(
         log.Has("\n[NuvMIDIDeviceManager::StopStream] File play stop called \n\n", NUV_LOG_TRACE));
     EXPECT_EQ(1, Stop()) << "nothing is playing any more";
+    // FluidSynth's player keeps a timer thread awake until the player is deleted.
+    EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("timer") == 0; }))
+        << "the stopped player's timer still runs";
     // A new file plays after a stop, on a new player.
     ASSERT_EQ(1, Start(WriteSong("next.mid", 0.5)));
     EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
@@ -106,6 +153,17 @@ TEST_F(FilePlay, ASecondFileWhileOnePlaysAnswersOneAndIsNotQueued) {
     EXPECT_EQ(1, log.CountContaining("[PlayFile] Enter"));
     EXPECT_TRUE(log.Has("\n[PlayFile] Enter " + m_dir + "/first.mid\n", NUV_LOG_TRACE));
     EXPECT_EQ(1, m_manager->GetFilePlayStatus()) << "the second file was not queued";
+}
+
+TEST_F(FilePlay, AFileThePlayerRefusesEndsAndTheNextOnePlays) {
+    LogCapture log;
+    g_refuseFiles = true;
+    EXPECT_EQ(1, Start(WriteSong("refused.mid", 1.0)));
+    EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
+    g_refuseFiles = false;
+    EXPECT_EQ(1, log.CountContaining("could not be started"));
+    ASSERT_EQ(1, Start(WriteSong("next.mid", 0.5))) << "the refused file's thread has ended";
+    EXPECT_TRUE(WaitIdle(std::chrono::seconds(5)));
 }
 
 TEST_F(FilePlay, DestroyingTheLibraryWhileAFilePlaysEndsItsThreadFirst) {
