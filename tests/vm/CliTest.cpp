@@ -14,6 +14,7 @@
 #include "MidiFileWriter.h"
 #include "PcmAnalysis.h"
 #include "VirtualKeyboard.h"
+#include "WaitFor.h"
 
 #ifdef NUV_CLI_PATH
 
@@ -94,8 +95,9 @@ TEST_F(CliVm, PlayRecordsTheFileIntoAWavOfItsLength) {
     EXPECT_GT(Rms(pcm), 0.01);
     EXPECT_NEAR(2.0, SoundingSeconds(pcm, 0.005, 10), 0.3);
     // Blocks are written until they are silent to the last bit: the reverb's tail comes along.
+    // A machine that renders slower than the file plays (an emulated one) trails the player.
     const double written = double(pcm.Frames()) / pcm.rate;
-    EXPECT_GE(written, 2.0);
+    EXPECT_GE(written, 2.0 / TimeScale());
     EXPECT_LT(written, 4.5);
     unlink(song.c_str());
     unlink(wav.c_str());

@@ -14,4 +14,6 @@ arch_prepare() { :; }
 # ttyS0 (the command's output), ttyS1 (/init's reports) and ttyS2.
 readonly VM_QEMU="qemu-system-x86_64 -accel tcg -machine pc"
 readonly VM_CONSOLE=ttyS2
+# The reference for NUV_TIME_SCALE in the guest.
+readonly VM_TIME_SCALE=1
 arch_serial_args() { echo "-serial chardev:output -serial chardev:control -serial chardev:kernel"; }
