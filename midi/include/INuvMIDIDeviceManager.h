@@ -23,8 +23,10 @@
 class INuvMIDIDeviceManager : public INuvDeviceManager {
 public:
     virtual ~INuvMIDIDeviceManager() {}
-    // The device object for a connected device of that name (an existing one is returned
-    // again), or null. It stays valid until DestroyDevice or the device's departure.
+    // The device object for the first connected device of that name, or, when no device has
+    // that name, for the device whose UID is that text (devices of one product share a name:
+    // see NuvMIDI.h); an existing one is returned again; null when there is none. It stays
+    // valid until DestroyDevice or the device's departure.
     virtual INuvMIDIDevice* CreateDevice(const char* name) = 0;
     // The device of that id, or null. The first call that finds a device starts the
     // renderer, which writes the synthesizer's sound to the audio output from then on.
@@ -35,7 +37,8 @@ public:
     // MIDI_DEVICE_TYPE_SOURCE and _DESTINATION, by id), or plays the standard MIDI file whose
     // path is the name of a src of type MIDI_DEVICE_TYPE_FILE on the synthesizer dst, on a
     // thread of its own. 1 when started (also while another file plays: that one goes on),
-    // 2 when the route exists already, 0 when refused.
+    // 2 when the route exists already, 0 when refused. A route ends with either device's
+    // departure.
     virtual int StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst) = 0;
     // Removes that route, or stops the file: 0; 1 when no file plays; 9901 for ends of the
     // wrong type; 9999 when a device is unknown or there was no such route.

@@ -23,6 +23,14 @@
 // lowers that: 0 or none (nothing), 1 or assert, 2 or critical (the default), 3 or info
 // (errors, lifecycle notices, every host call), 4 or trace (every event). A host may also
 // call NuvLog_SetThreshold or install its own sink with NuvLog_SetSink.
+//
+// Devices: CreateDevice takes a name as GetConnectedDeviceInfo reports it and reaches the
+// first connected device of that name. Keyboards of one product share a name (a USB keyboard
+// is named after its product string), so CreateDevice also takes the UID text that
+// GetConnectedDeviceInfo reports, whenever no device has that text as its name: that reaches
+// any one of them. A UID is the keyboard's sequencer client number, which a keyboard plugged
+// in again may get again; its device id is new every time. A departing device ends the
+// streams from and to it.
 #ifndef NUV_MIDI_H
 #define NUV_MIDI_H
 

@@ -2,6 +2,7 @@
 // and the shared, reference-counted renderer.
 #include "NuvMIDIDeviceManager.h"
 
+#include "NuvConnectionManager"
 #include "NuvLog"
 #include "NuvMIDIConnector.h"
 #include "NuvMIDIDevice.h"
@@ -109,6 +110,16 @@ int NuvMIDIDeviceManager::SetAppInfo(int appInfo1, int appInfo2, std::string tex
 NuvDevice* NuvMIDIDeviceManager::t_NewDevice(NuvConnector* connector, int id) {
     print_dlog(NUV_LOG_INFO, "%s\n", "\n[*NuvMIDIDeviceManager::t_NewDevice]\n");
     return new NuvMIDIDevice(connector, id);
+}
+
+int NuvMIDIDeviceManager::t_OnCallback(int event, void* arg1, void* arg2, void* arg3) {
+    if (event != NUV_EVENT_CONNECTOR_REMOVED || arg1 == nullptr)
+        return NuvDeviceManager::t_OnCallback(event, arg1, arg2, arg3);
+    _MIDIClientInfo client{};
+    static_cast<NuvMIDIConnector*>(arg1)->GetClientInformation(&client);
+    const int result = NuvDeviceManager::t_OnCallback(event, arg1, arg2, arg3);
+    m_EndStreamsOf(client.client);
+    return result;
 }
 
 // Whoever destroys a device takes it out of the map under the same mutex before deleting it.

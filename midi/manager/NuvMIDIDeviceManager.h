@@ -10,7 +10,9 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <string>
+#include <tuple>
 
 #include "INuvMIDIDeviceManager.h"
 #include "NuvDeviceManager"
@@ -57,6 +59,9 @@ public:
 
     // The framework's device factory.
     virtual NuvDevice* t_NewDevice(NuvConnector* connector, int id);
+    // The framework's connector events: a departing client also ends the streams from and to
+    // it (the kernel dropped their subscriptions with the client).
+    virtual int t_OnCallback(int event, void* arg1, void* arg2, void* arg3);
 
 private:
     friend struct NuvMIDIDeviceManagerProbe; // tests read the renderer count
@@ -79,6 +84,13 @@ private:
                                 const _MIDIDeviceInfo* dst);
     int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
 
+    // A device-to-device stream as the sequencer knows it: sender client and port, then
+    // destination client and port. Each started stream is one user of the renderer.
+    using Route = std::tuple<int, int, int, int>;
+    void m_AddStream(const Route& route, int srcId, int dstId, const DeviceEnd& destination);
+    void m_EndStream(const Route& route);
+    void m_EndStreamsOf(int client);
+
     int m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst);
     int m_StopFile(_MIDIDeviceInfo* dst);
     // Stops a playing file and waits for its thread; then deletes the player.
@@ -92,9 +104,12 @@ private:
     int m_appInfo1;
     int m_appInfo2;
     std::string m_appInfoText;
+    std::multiset<Route> m_streams; // under m_rendererMutex
 
-    std::recursive_mutex m_rendererMutex; // the count and the renderer, for any host thread
-    std::mutex m_fileMutex;               // one file start or stop at a time
+    // The count, the renderer and the streams, for any host thread. Where it is taken with
+    // the framework's m_mutex, m_mutex comes first.
+    std::recursive_mutex m_rendererMutex;
+    std::mutex m_fileMutex; // one file start or stop at a time
 };
 
 #endif

@@ -23,6 +23,10 @@ static_assert(kDeviceToDevice == 1 && kToFile == 2 && kFileToDevice == 3, "strea
 
 constexpr int kSubscriptionBusy = -16; // -EBUSY: the pair is already subscribed
 
+std::tuple<int, int, int, int> RouteOf(const _MIDIClientInfo& from, const _MIDIClientInfo& to) {
+    return std::make_tuple(from.client, from.port, to.client, to.port);
+}
+
 // A host's name need not be terminated: it is read up to the end of its field.
 constexpr int kNameBound = sizeof(_MIDIDeviceInfo::name);
 
@@ -75,7 +79,7 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
                    "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
         return result == kSubscriptionBusy ? 2 : 0;
     }
-    m_CreateRenderer(destination);
+    m_AddStream(RouteOf(s, destination.client), src->id, dst->id, destination);
     return 1;
 }
 
@@ -115,8 +119,44 @@ int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst)
                    "\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n");
         return NUV_ERR_GENERAL;
     }
-    m_DestroyRenderer();
+    m_EndStream(RouteOf(s, destination.client));
     return 0;
+}
+
+// The stream counts as a user only while both its devices are there: a departure between
+// the subscription and this point took the subscription, and the departure's own walk of
+// the streams (after it removed the device under m_mutex) then runs before or after this
+// one, never beside it.
+void NuvMIDIDeviceManager::m_AddStream(const Route& route, int srcId, int dstId,
+                                       const DeviceEnd& destination) {
+    NuvMutexGuard guard(m_mutex);
+    if (m_mapDevice.count(srcId) == 0 || m_mapDevice.count(dstId) == 0)
+        return;
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    m_streams.insert(route);
+    m_CreateRenderer(destination);
+}
+
+// A stop removes one user, also for a subscription the library did not make.
+void NuvMIDIDeviceManager::m_EndStream(const Route& route) {
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    auto it = m_streams.find(route);
+    if (it != m_streams.end())
+        m_streams.erase(it);
+    m_DestroyRenderer();
+}
+
+void NuvMIDIDeviceManager::m_EndStreamsOf(int client) {
+    NuvMutexGuard guard(m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
+    for (auto it = m_streams.begin(); it != m_streams.end();) {
+        if (std::get<0>(*it) == client || std::get<2>(*it) == client) {
+            it = m_streams.erase(it);
+            m_DestroyRenderer();
+        } else {
+            ++it;
+        }
+    }
 }
 
 bool NuvMIDIDeviceManager::m_RefuseNullEnd(const char* operation, const _MIDIDeviceInfo* src,

@@ -71,6 +71,7 @@ private:
     bool m_OnClientStart(int client, int port, bool mayWait);
     bool m_DecidePendingStarts();
     bool m_HasPlaceholderName(int client);
+    bool m_HasPort(int client, int port);
     void m_OnClientExit(const snd_seq_event_t* ev);
     void m_LinkSynthesizer(int client, int port);
     void m_EndWalk();
@@ -84,11 +85,13 @@ private:
     fluid_midi_driver_t* m_pMIDIDriver;
     std::unique_ptr<NuvMIDISynthActivity> m_pSynthActivity;
 
-    // A client start whose name was still the sequencer's placeholder when it was read.
-    // Passes start as soon as input waits, so the announcement of a new client is often
-    // read before the client has named itself; it is decided by the first pass at least
-    // kNamingGraceNs later, as a pass once per period would have seen it. Only the watcher
-    // thread uses the list.
+    // A client start read while the client was still unnamed (the sequencer's placeholder)
+    // or had not made its announced port yet. Passes start as soon as input waits, so the
+    // announcement of a new client is often read before the client has named itself, and
+    // a kernel client (a USB keyboard's) announces itself before its port exists: a device
+    // offered then could not be subscribed to. It is decided by the first pass at least
+    // kNamingGraceNs later, as a pass once per period would have seen it, and waits for
+    // the name and the port up to kNamingLimitNs. Only the watcher thread uses the list.
     struct PendingStart {
         int client;
         int port;

@@ -86,14 +86,17 @@ void NuvMIDIWatcher::m_MIDIProcess() {
 
 // Set-aside client starts whose grace has run out are decided now, in the order they were
 // read; one that still carries the sequencer's placeholder "Client-<number>" (a busy
-// machine can keep a client from naming itself for a while) gets up to kNamingLimitNs.
+// machine can keep a client from naming itself for a while) or has no port yet gets up to
+// kNamingLimitNs.
 // False when one of them ends the reading of this pass.
 bool NuvMIDIWatcher::m_DecidePendingStarts() {
     const int64_t now = MonotonicNs();
     for (size_t i = 0; i < m_pendingStarts.size();) {
         const PendingStart start = m_pendingStarts[i];
         const int64_t age = now - start.readAtNs;
-        if (age < kNamingGraceNs || (age < kNamingLimitNs && m_HasPlaceholderName(start.client))) {
+        const bool unready =
+            m_HasPlaceholderName(start.client) || !m_HasPort(start.client, start.port);
+        if (age < kNamingGraceNs || (age < kNamingLimitNs && unready)) {
             ++i;
             continue;
         }
@@ -112,6 +115,11 @@ bool NuvMIDIWatcher::m_HasPlaceholderName(int client) {
     return placeholder == snd_seq_client_info_get_name(clientInfo.get());
 }
 
+bool NuvMIDIWatcher::m_HasPort(int client, int port) {
+    NuvSeqPortInfo portInfo = NuvNewPortInfo();
+    return portInfo && snd_seq_get_any_port_info(m_pSeqHandle, client, port, portInfo.get()) == 0;
+}
+
 bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {
     // A client that cannot be read keeps the empty name of a fresh information object.
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
@@ -120,8 +128,10 @@ bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {
         snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get());
         name = snd_seq_client_info_get_name(clientInfo.get());
     }
-    // Probably not named yet: decided later, as if read then (see PendingStart).
-    if (mayWait && strstr(name, "Client") != nullptr && strstr(name, "Recorder") == nullptr) {
+    // Probably not named yet, or without its port yet: decided later, as if read then (see
+    // PendingStart).
+    const bool unnamed = strstr(name, "Client") != nullptr && strstr(name, "Recorder") == nullptr;
+    if (mayWait && (unnamed || !m_HasPort(client, port))) {
         m_pendingStarts.push_back({client, port, MonotonicNs()});
         return true;
     }
@@ -184,11 +194,10 @@ void NuvMIDIWatcher::m_OnClientExit(const snd_seq_event_t* ev) {
                ev->data.addr.client, ev->data.addr.port);
     // A client that leaves before its start was decided never becomes a candidate.
     const int client = ev->data.addr.client;
-    m_pendingStarts.erase(std::remove_if(m_pendingStarts.begin(), m_pendingStarts.end(),
-                                         [client](const PendingStart& start) {
-                                             return start.client == client;
-                                         }),
-                          m_pendingStarts.end());
+    m_pendingStarts.erase(
+        std::remove_if(m_pendingStarts.begin(), m_pendingStarts.end(),
+                       [client](const PendingStart& start) { return start.client == client; }),
+        m_pendingStarts.end());
     char key[8];
     snprintf(key, sizeof(key), "%d", ev->data.addr.client);
     t_DeleteCandidate(key);

@@ -13,6 +13,7 @@
 #include "ChildProcess.h"
 #include "MidiFileWriter.h"
 #include "PcmAnalysis.h"
+#include "UsbKeyboard.h"
 #include "VirtualKeyboard.h"
 #include "WaitFor.h"
 
@@ -129,6 +130,44 @@ TEST_F(CliVm, MonitorPrintsWhatAVirtualKeyboardPlays) {
     ASSERT_TRUE(monitor.Wait(std::chrono::seconds(20)));
     EXPECT_EQ(0, monitor.Status()) << monitor.Err();
     EXPECT_EQ("", monitor.Err());
+}
+
+// A USB keyboard plugged in, played and pulled out under `devices --watch` and `monitor`.
+TEST_F(CliVm, WatchAndMonitorFollowAUsbKeyboardComingAndGoing) {
+    if (!UsbKeyboard::Unavailable().empty())
+        GTEST_SKIP() << UsbKeyboard::Unavailable();
+    UsbKeyboard keyboard(0);
+    ASSERT_TRUE(keyboard.SetProduct("CLI Keys"));
+    ChildProcess watch;
+    ASSERT_TRUE(watch.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "devices", "--watch"}));
+    ASSERT_TRUE(watch.WaitForOutput("Press Ctrl+C to end.\n", kRunLimit)) << watch.Err();
+
+    ASSERT_TRUE(keyboard.Plug());
+    const std::string news = "  client " + std::to_string(keyboard.Client()) + "\n";
+    ASSERT_TRUE(watch.WaitForOutput(news, std::chrono::seconds(10))) << watch.Out();
+    const std::string out = watch.Out();
+    const std::string line = out.substr(out.rfind('\n', out.find(news)) + 1);
+    EXPECT_EQ(11u, line.find("CLI Keys")) << "after its time stamp: " << line; // "%9.3f  "
+    EXPECT_NE(std::string::npos, line.find("Device arrived")) << line;
+    ChildProcess monitor;
+    ASSERT_TRUE(monitor.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "monitor", "CLI Keys"}));
+    ASSERT_TRUE(monitor.WaitForOutput("Waiting for data from CLI Keys", kRunLimit))
+        << monitor.Err();
+    ASSERT_TRUE(keyboard.Play({0x90, 60, 100}));
+    EXPECT_TRUE(monitor.WaitForOutput(EventColumns("Note on", 0, "note 60, velocity 100"),
+                                      std::chrono::seconds(10)))
+        << monitor.Out();
+
+    const int client = keyboard.Client();
+    ASSERT_TRUE(keyboard.Unplug());
+    ASSERT_TRUE(monitor.Wait(std::chrono::seconds(20))) << "the monitor ends with its device";
+    EXPECT_EQ(7, monitor.Status());
+    EXPECT_NE(std::string::npos, monitor.Out().find("Device left")) << monitor.Out();
+    EXPECT_EQ("nuvmidi: 'CLI Keys' (" + std::to_string(client) + ") has gone\n", monitor.Err());
+    EXPECT_TRUE(watch.WaitForOutput("Device left", std::chrono::seconds(10))) << watch.Out();
+    watch.Signal(SIGINT);
+    ASSERT_TRUE(watch.Wait(std::chrono::seconds(20)));
+    EXPECT_EQ(0, watch.Status()) << watch.Err();
 }
 
 TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {

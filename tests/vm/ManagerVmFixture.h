@@ -67,6 +67,7 @@ protected:
         return "/dev/snd/midiC" + std::to_string(card) + "D" + std::to_string(device);
     }
 
+public: // stream ends, also for the USB keyboard tests
     static _MIDIDeviceInfo End(INuvMIDIDevice* device, int type) {
         _MIDIDeviceInfo info{};
         std::snprintf(info.name, sizeof info.name, "device %d",
@@ -82,6 +83,7 @@ protected:
         return info;
     }
 
+protected:
     INuvMIDIDeviceManager* m_manager = nullptr;
 
 private:

@@ -37,8 +37,7 @@ int RunMonitor(Session& session, const Action& action) {
     }
     // Printed once every device is subscribed: from here on nothing sent is missed.
     Print("Waiting for data" + from + ". Press Ctrl+C to end.\n" + EventHeader());
-    listener.Run(session, names, everyKeyboard);
-    return 0;
+    return listener.Run(session, names, everyKeyboard);
 }
 
 } // namespace nuvcli

@@ -27,8 +27,7 @@ int RunThru(Session& session, const Action& action) {
     synth->GetDevInfo(synthInfo);
     Print("Playing what " + keyboard.name + " (" + std::to_string(keyboard.client) + ") plays on " +
           synthInfo.deviceName + ". Press Ctrl+C to end.\n" + EventHeader());
-    listener.Run(session, {keyboard.name}, false);
-    return 0;
+    return listener.Run(session, {keyboard.name}, false);
 }
 
 } // namespace nuvcli

@@ -61,6 +61,7 @@ private:
         switch (m_command) {
         case Command::Devices:
             m_action.json = m_options.count("json") != 0;
+            m_action.watch = m_options.count("watch") != 0;
             return m_Arity(0, 0, "takes no arguments");
         case Command::Monitor:
             m_action.devices = m_args;
@@ -270,7 +271,7 @@ bool CommandTakesOption(Command command, const std::string& name, bool& takesVal
     switch (command) {
     case Command::Devices:
         takesValue = false;
-        return name == "json";
+        return name == "json" || name == "watch";
     case Command::Monitor:
         return name == "count";
     case Command::Fonts:

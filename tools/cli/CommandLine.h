@@ -39,6 +39,7 @@ struct Action {
     std::vector<std::string> devices; // as the user named them
     std::string path;                 // play, fonts load, script ("-": standard input)
     bool json = false;                // devices --json
+    bool watch = false;               // devices --watch
     long eventLimit = 0;              // monitor --count: stop after that many events; 0 never
     int eventType = 0;                // send, query: a MIDIEventType value
     int channel = 0;

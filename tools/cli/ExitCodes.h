@@ -13,6 +13,7 @@ enum ExitCode {
     EXIT_UNKNOWN_DEVICE = 4, // no device, or more than one, matches a name
     EXIT_BAD_FILE = 5,       // a file is missing, unreadable or of the wrong kind
     EXIT_NO_LIBRARY = 6,     // libNuvMIDI.so could not be loaded
+    EXIT_DEVICE_GONE = 7,    // the device that monitor or thru listened to has gone
 };
 
 } // namespace nuvcli

@@ -9,7 +9,7 @@ Shows, plays and scripts the MIDI devices of the ALSA sequencer through libNuvMI
 its software synthesizer, keyboards and other sequencer clients.
 
 Commands:
-  devices [--json]               list the connected devices
+  devices [--json] [--watch]     list the connected devices (and their comings and goings)
   monitor [--count N] [DEVICE...]
                                  print the MIDI that devices send, until Ctrl+C
   thru DEVICE                    play what DEVICE sends on the synthesizer
@@ -48,18 +48,21 @@ Exit status:
   4  unknown or ambiguous device
   5  bad file: missing, unreadable, or not a MIDI file, sound font or script
   6  the library could not be loaded
+  7  the device that monitor or thru listened to has gone
 )";
 }
 
 std::string CommandHelp(Command command) {
     switch (command) {
     case Command::Devices:
-        return R"(Usage: nuvmidi devices [--json]
+        return R"(Usage: nuvmidi devices [--json] [--watch]
 
 Lists the devices the library has found: the device id when one was created in this
 run, the sequencer client number, the client name, and whether it is the synthesizer.
 
-  --json   print a JSON array of {"id", "client", "name", "synth"} instead
+  --json    print a JSON array of {"id", "client", "name", "synth"} instead
+  --watch   then print each device arriving and leaving, one a line (seconds since the
+            start, device, what happened, client), until Ctrl+C or SIGTERM
 )";
     case Command::Monitor:
         return R"(Usage: nuvmidi monitor [--count N] [DEVICE...]
@@ -67,7 +70,9 @@ run, the sequencer client number, the client name, and whether it is the synthes
 Prints the MIDI that the named devices send, one event a line (seconds since the start,
 device, event, channel, values), until Ctrl+C or SIGTERM. Without DEVICE it listens to
 every device that is not a synthesizer, including those that arrive later. Devices
-arriving and leaving are announced. The line "Waiting for data" tells that it listens.
+arriving and leaving are announced as they come and go, with their time. When the named
+devices have all gone it ends with status 7. The line "Waiting for data" tells that it
+listens.
 
   --count N   stop after N events
 )";
@@ -75,7 +80,8 @@ arriving and leaving are announced. The line "Waiting for data" tells that it li
         return R"(Usage: nuvmidi thru DEVICE
 
 Sends what DEVICE (a keyboard) plays on to the synthesizer, so that it is heard, and
-prints each event as monitor does, until Ctrl+C or SIGTERM.
+prints each event as monitor does, until Ctrl+C or SIGTERM, or until DEVICE goes
+(status 7).
 )";
     case Command::Play:
         return R"(Usage: nuvmidi play FILE.mid

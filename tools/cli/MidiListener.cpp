@@ -35,17 +35,18 @@ int MidiListener::Listen(Session& session, DeviceEntry& device) {
     return 0;
 }
 
-void MidiListener::Run(Session& session, const std::vector<std::string>& names,
-                       bool everyKeyboard) {
-    while (m_eventLimit == 0 || m_events.load() < m_eventLimit) {
+int MidiListener::Run(Session& session, const std::vector<std::string>& names, bool everyKeyboard) {
+    int result = EXIT_OK;
+    while (result == EXIT_OK && (m_eventLimit == 0 || m_events.load() < m_eventLimit)) {
         if (m_waiter.WaitForever() == Waiter::SIGNALLED)
             break;
         for (DeviceNews& news : session.TakeNews()) {
-            Print(FormatDeviceNewsLine(Elapsed(), news.device.name, news.arrived,
-                                       news.device.client));
+            PrintNews(news, m_start);
             if (!news.arrived) {
                 std::lock_guard<std::mutex> lock(m_mutex);
-                m_clients.erase(news.device.client);
+                if (m_clients.erase(news.device.client) != 0 && m_clients.empty() && !everyKeyboard)
+                    result = Fail(EXIT_DEVICE_GONE, "'%s' (%d) has gone", news.device.name.c_str(),
+                                  news.device.client);
                 continue;
             }
             const bool named =
@@ -55,6 +56,7 @@ void MidiListener::Run(Session& session, const std::vector<std::string>& names,
         }
     }
     m_active.store(false);
+    return result;
 }
 
 // Called by a device with the event code, its id and the message, on the library's thread.

@@ -27,10 +27,11 @@ public:
     // Listens to one more device (not twice to one: the library would then deliver every
     // event twice). 0, or an exit code with the message printed.
     int Listen(Session& session, DeviceEntry& device);
-    // Waits, announcing arrivals and departures, until a signal or the event limit.
+    // Waits, announcing arrivals and departures, until a signal or the event limit (0), or
+    // until every device listened to has gone (EXIT_DEVICE_GONE, its message printed).
     // `names`: devices listened to again when they come back; `everyKeyboard`: listen to
-    // every arriving device that is not a synthesizer.
-    void Run(Session& session, const std::vector<std::string>& names, bool everyKeyboard);
+    // every arriving device that is not a synthesizer, and never end for a departure.
+    int Run(Session& session, const std::vector<std::string>& names, bool everyKeyboard);
 
     double Elapsed() const;
 

@@ -8,6 +8,7 @@
 
 #include "ExitCodes.h"
 #include "Library.h"
+#include "OutputFormat.h"
 #include "Report.h"
 #include "Waiter.h"
 
@@ -170,13 +171,17 @@ INuvMIDIDevice* Session::Take(DeviceEntry& device) {
         Fail(EXIT_FAILED, "the library cannot create the device '%s'", device.name.c_str());
         return nullptr;
     }
-    // The library creates devices by name: of two clients of one name it reaches the first.
+    // A name reaches the first client of that name (two keyboards of one product share
+    // it); any other is reached by its UID, its client number.
     _NuvDevInfo info{};
     created->GetDevInfo(info);
     if (atoi(info.UID) != device.client) {
-        Fail(EXIT_FAILED, "two clients are named '%s'; the library reaches only client %s",
-             device.name.c_str(), info.UID);
-        return nullptr;
+        created = m_manager->CreateDevice(std::to_string(device.client).c_str());
+        if (created == nullptr) {
+            Fail(EXIT_FAILED, "the library cannot create the device '%s' (%d)",
+                 device.name.c_str(), device.client);
+            return nullptr;
+        }
     }
     device.id = created->GetID();
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -217,6 +222,11 @@ std::vector<DeviceNews> Session::TakeNews() {
     return news;
 }
 
+void PrintNews(const DeviceNews& news, Waiter::Clock::time_point start) {
+    const double seconds = std::chrono::duration<double>(news.at - start).count();
+    Print(FormatDeviceNewsLine(seconds, news.device.name, news.arrived, news.device.client));
+}
+
 void Session::Keep(std::unique_ptr<NuvCallback> callback) {
     m_kept.push_back(std::move(callback));
 }
@@ -227,6 +237,7 @@ int Session::t_OnCallback(int event, void* arg1, void* arg2, void*) {
         arg1 == nullptr)
         return 0;
     DeviceNews news;
+    news.at = Waiter::Clock::now();
     news.arrived = event == NUV_EVENT_DEVICE_ATTACHED;
     news.device = EntryOf(*static_cast<const _NuvDevInfo*>(arg1));
     if (arg2 != nullptr)

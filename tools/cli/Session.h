@@ -14,17 +14,21 @@
 #include "CommandLine.h"
 #include "DeviceMatch.h"
 #include "NuvMIDI.h"
+#include "Waiter.h"
 
 namespace nuvcli {
 
 class Library;
-class Waiter;
 
-// A device that arrived or left.
+// A device that arrived or left, and when the library said so.
 struct DeviceNews {
     bool arrived = false;
     DeviceEntry device;
+    Waiter::Clock::time_point at;
 };
+
+// Prints the news as one line, its time in seconds since `start`.
+void PrintNews(const DeviceNews& news, Waiter::Clock::time_point start);
 
 class Session : private NuvCallback {
 public:

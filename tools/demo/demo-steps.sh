@@ -1,7 +1,8 @@
 #!/bin/sh
 # The demonstration's steps, run where the sequencer is: on this machine, or inside the test
 # VM (a busybox system, hence plain sh). Shows the devices, records the phrase played through
-# the library, and has a virtual keyboard play while nuvmidi monitor listens.
+# the library, has a virtual keyboard play while nuvmidi monitor listens, and plugs in, plays
+# and pulls out a USB keyboard where there is one.
 #   demo-steps.sh NUVMIDI PHRASE.mid OUTDIR [NUVMIDI OPTION...]
 set -eu
 nuvmidi=$1
@@ -55,4 +56,49 @@ status=0
 wait "$monitor" || status=$?
 cat "$log"
 rm -f "$log"
-exit "$status"
+[ "$status" = 0 ] || exit "$status"
+
+# A USB keyboard (in the test VM: vm-run --usb-keyboards, a USB MIDI gadget on the dummy USB
+# controller) plugged in, played and pulled out.
+gadget=/sys/kernel/config/usb_gadget/keyboard0
+if [ ! -e "$gadget/UDC" ]; then
+  echo
+  echo "(no USB keyboard to plug in here: tools/vm/vm-run --usb-keyboards 1 has one)"
+  exit 0
+fi
+usb=$(cat "$gadget/strings/0x409/product")
+watch_log=${TMPDIR:-/tmp}/demo-watch.$$
+printf '\n$ nuvmidi %sdevices --watch &    # then the USB keyboard "%s" is plugged in\n' "${*:+$* }" "$usb"
+"$nuvmidi" "$@" devices --watch >"$watch_log" 2>&1 &
+watch=$!
+wait_for_text "Press Ctrl+C" "$watch_log" 60 || { cat "$watch_log"; exit 1; }
+echo dummy_udc.0 >"$gadget/UDC"
+wait_for_text "$usb .*Device arrived" "$watch_log" 10 || { cat "$watch_log"; exit 1; }
+cat "$watch_log"
+shown=$(grep -c '' "$watch_log")
+show "$@" devices
+
+# The keyboard's keys: the raw MIDI node of the gadget's own card (id gadget0).
+keys=/dev/snd/midiC$(sed -n 's/^ *\([0-9][0-9]*\) \[gadget0 *\].*/\1/p' /proc/asound/cards)D0
+printf '\n$ nuvmidi %smonitor "%s"    # while it plays C, E, G, and is then pulled out\n' "${*:+$* }" "$usb"
+"$nuvmidi" "$@" monitor "$usb" >"$log" 2>&1 &
+monitor=$!
+wait_for_text "Waiting for data" "$log" 60 || { cat "$log"; exit 1; }
+for note in 074 100 103; do
+  printf "\\220\\$note\\144" >"$keys"
+  sleep 0.3
+  printf "\\200\\$note\\100" >"$keys"
+done
+wait_for_text "note 67, velocity 64" "$log" 10 || true
+echo >"$gadget/UDC"
+status=0
+wait "$monitor" || status=$?
+cat "$log"
+echo "(nuvmidi monitor ended with status $status: its keyboard has gone)"
+wait_for_text "$usb .*Device left" "$watch_log" 10 || true
+kill -INT "$watch" 2>/dev/null || true
+wait "$watch" || true
+printf '\n(devices --watch, meanwhile)\n'
+sed -n "$((shown + 1)),\$p" "$watch_log"
+rm -f "$log" "$watch_log"
+[ "$status" = 7 ]

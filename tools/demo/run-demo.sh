@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The demonstration of libNuvMIDI, through its command-line host nuvmidi: the devices the
-# library finds, a short phrase played through its synthesizer and recorded, and a virtual
-# keyboard whose notes nuvmidi monitor shows. Where this kernel has an ALSA sequencer it
+# library finds, a short phrase played through its synthesizer and recorded, a virtual
+# keyboard whose notes nuvmidi monitor shows, and (in the VM) a USB keyboard plugged in,
+# played and pulled out under nuvmidi devices --watch and monitor. Where this kernel has an ALSA sequencer it
 # runs here; elsewhere it runs the same steps inside the test VM (tools/vm/vm-run). It
 # leaves out/demo.wav (what was played) and out/demo.png (its spectrogram).
 #
@@ -57,7 +58,7 @@ if [[ -e /dev/snd/seq ]]; then
 else
   step "Running in the test VM: this kernel has no ALSA sequencer (/dev/snd/seq)"
   # nuvmidi finds libNuvMIDI.so.1 through its build-tree run path: both keep their paths.
-  tools/vm/vm-run --timeout 600 --out "$out" \
+  tools/vm/vm-run --timeout 600 --out "$out" --usb-keyboards 1 --usb-names "Nuv USB Keys" \
     --add "$nuvmidi" --add "$build/midi/libNuvMIDI.so.1" \
     --add tools/demo/demo-steps.sh:/demo/demo-steps.sh \
     --add "$out/phrase.mid:/demo/phrase.mid" \

@@ -1,7 +1,8 @@
 # CTest registration of tests that run inside the test VM (tools/vm/vm-run).
 #
 #   nuv_add_vm_test(NAME <name> COMMAND <target-or-path> [ARGS <arg>...]
-#                   [FILES <target-or-path>...] [TIMEOUT <seconds>] [VIRMIDI <n>])
+#                   [FILES <target-or-path>...] [TIMEOUT <seconds>] [VIRMIDI <n>]
+#                   [USB_KEYBOARDS <n>])
 #
 # COMMAND is a CMake target (its executable goes into the VM with the shared libraries it
 # needs, the build tree's own included) or a path: an existing absolute host path is copied
@@ -19,7 +20,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
 endif()
 
 function(nuv_add_vm_test)
-  cmake_parse_arguments(PARSE_ARGV 0 VM "" "NAME;COMMAND;TIMEOUT;VIRMIDI" "ARGS;FILES")
+  cmake_parse_arguments(PARSE_ARGV 0 VM "" "NAME;COMMAND;TIMEOUT;VIRMIDI;USB_KEYBOARDS" "ARGS;FILES")
   if(NOT VM_NAME OR NOT VM_COMMAND)
     message(FATAL_ERROR "nuv_add_vm_test: NAME and COMMAND are required")
   endif()
@@ -33,6 +34,9 @@ function(nuv_add_vm_test)
   set(run_args ${NUV_VM_ARCH_ARGS} --timeout ${VM_TIMEOUT} --out ${CMAKE_CURRENT_BINARY_DIR}/vm-out/${VM_NAME})
   if(DEFINED VM_VIRMIDI)
     list(APPEND run_args --virmidi ${VM_VIRMIDI})
+  endif()
+  if(VM_USB_KEYBOARDS)
+    list(APPEND run_args --usb-keyboards ${VM_USB_KEYBOARDS})
   endif()
 
   foreach(file IN LISTS VM_FILES)

@@ -121,12 +121,21 @@ void NuvConnectionManager::m_RemoveCandidate(_NuvDetailDevInfo* info) {
 }
 
 NuvConnector* NuvConnectionManager::FindConnector(int type, const char* name) {
-    if (name == nullptr || !m_mutex.FlagCreate())
+    return m_Find(type, name, false);
+}
+
+NuvConnector* NuvConnectionManager::FindConnectorByUID(int type, const char* uid) {
+    return m_Find(type, uid, true);
+}
+
+NuvConnector* NuvConnectionManager::m_Find(int type, const char* text, bool byUID) {
+    if (text == nullptr || !m_mutex.FlagCreate())
         return nullptr;
     NuvMutexGuard guard(m_mutex);
     for (auto& entry : m_mapConnector) {
         const _NuvDevInfo& info = entry.second->GetDevInfo();
-        if (info.type == type && strncmp(info.deviceName, name, sizeof(info.deviceName)) == 0)
+        const char* field = byUID ? info.UID : info.deviceName;
+        if (info.type == type && strncmp(field, text, sizeof(info.UID)) == 0)
             return entry.second;
     }
     return nullptr;

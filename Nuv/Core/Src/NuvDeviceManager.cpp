@@ -163,14 +163,13 @@ NuvDevice* NuvDeviceManager::t_CreateDevice(int type, const char* name) {
     // Held from the search for the connector until the device is in the map: a removal of
     // that connector either finds the new device or has already taken the connector away.
     NuvMutexGuard guard(m_mutex);
-    for (auto& entry : m_mapDevice) {
-        const _NuvDevInfo& info = entry.second->GetConnector()->GetDevInfo();
-        if (info.type == type && strncmp(info.deviceName, name, sizeof(info.deviceName)) == 0)
-            return entry.second;
-    }
     NuvConnector* connector = m_pConnectionManager->FindConnector(type, name);
+    if (connector == nullptr) // devices of one product share a name: the UID tells them apart
+        connector = m_pConnectionManager->FindConnectorByUID(type, name);
     if (connector == nullptr)
         return nullptr;
+    if (NuvDevice* existing = m_FindDeviceOn(connector))
+        return existing;
     const int id = m_nNextID++;
     NuvDevice* device = t_NewDevice(connector, id);
     if (device == nullptr)
