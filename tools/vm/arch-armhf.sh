@@ -12,6 +12,7 @@ arch_prepare() {
   cache=$("$HARNESS_DIR/../armhf/fetch.sh") || die "could not fetch the armhf sysroot and kernel"
   NUV_VM_SYSROOT=$cache/sysroot
   NUV_VM_KROOT=$cache/kernel
+  NUV_VM_LIBRARY_DIRS="/lib/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf /lib /usr/lib"
 }
 
 # The board's own UART (ttyAMA0) is the kernel's console, as it is the only port the kernel

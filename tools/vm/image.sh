@@ -25,9 +25,11 @@ readonly NUV_VM_SOUNDFONT=/usr/share/sounds/sf2/TimGM6mb.sf2
 
 # Where the guest's programs and kernel come from: this machine itself (both empty) or, for
 # another architecture, a sysroot of that architecture's packages and a directory with its
-# kernel in boot/ and its modules in lib/modules/ (set by the architecture's file).
+# kernel in boot/ and its modules in lib/modules/, with the sysroot's library directories
+# (set by the architecture's file).
 NUV_VM_SYSROOT=${NUV_VM_SYSROOT:-}
 NUV_VM_KROOT=${NUV_VM_KROOT:-}
+NUV_VM_LIBRARY_DIRS=${NUV_VM_LIBRARY_DIRS:-/lib /usr/lib}
 
 # Prints where the guest's PATH is found on this machine: in the sysroot when there is one
 # and it has that path, else on this machine (the files of a build tree).
@@ -171,7 +173,8 @@ image_elf_libs_in_sysroot() {
     for dir in $(sed -n 's/.*Library r\(un\)\?path: \[\(.*\)\]/\2/p' <<<"$dump" | tr ':' ' '); do
       search+=("${dir//\$ORIGIN/$origin}")
     done
-    search+=(/lib/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf /lib /usr/lib)
+    # shellcheck disable=SC2206 # a list of directories
+    search+=($NUV_VM_LIBRARY_DIRS)
     for name in $(sed -n 's/.*program interpreter: \(.*\)\]/\1/p; s/.*Shared library: \[\(.*\)\]/\1/p' <<<"$dump"); do
       found=
       if [[ $name == /* ]]; then
