@@ -1,15 +1,28 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, testing and the demonstration need, when
-# they are missing. Safe to run again: it installs nothing when everything is there.
+# Installs the Debian packages that a job needs, when they are missing. Safe to run again:
+# it installs nothing when everything is there.
+#   tools/install-deps.sh [GROUP...]     default: every group
+#     build    compiler, CMake, ALSA and FluidSynth headers: builds the library and nuvmidi
+#     test     GoogleTest, the ARM cross compiler (record layout check), lintian for the packages
+#     vm       qemu, a kernel, busybox and the programs the test VM carries
+#     demo     the sound font and sox for the demonstration's spectrogram
 set -euo pipefail
 
-packages=(
-  build-essential cmake ninja-build pkg-config
-  libasound2-dev libfluidsynth-dev libgtest-dev libbenchmark-dev
-  g++-arm-linux-gnueabihf
-  alsa-utils fluidsynth timgm6mb-soundfont sox
-  qemu-system-x86 linux-image-amd64 busybox-static cpio
+declare -A group=(
+  [build]="build-essential cmake ninja-build pkg-config libasound2-dev libfluidsynth-dev"
+  [test]="libgtest-dev libbenchmark-dev g++-arm-linux-gnueabihf lintian"
+  [vm]="qemu-system-x86 linux-image-amd64 busybox-static cpio alsa-utils fluidsynth timgm6mb-soundfont"
+  [demo]="timgm6mb-soundfont sox"
 )
+wanted=("$@")
+[ ${#wanted[@]} -gt 0 ] || wanted=(build test vm demo)
+
+packages=()
+for name in "${wanted[@]}"; do
+  [ -n "${group[$name]+x}" ] || { echo "install-deps.sh: unknown group '$name'" >&2; exit 2; }
+  read -ra more <<<"${group[$name]}"
+  packages+=("${more[@]}")
+done
 
 missing=()
 for package in "${packages[@]}"; do

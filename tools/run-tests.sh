@@ -36,7 +36,8 @@ for build in "${builds[@]}"; do
     cache=$(tail -n 1 "$fetch_log")
     options=(-DCMAKE_TOOLCHAIN_FILE=tools/armhf/toolchain.cmake -DNUV_ARMHF_SYSROOT="$cache/sysroot")
   fi
-  cmake -S . -B "$dir" -G Ninja --no-warn-unused-cli -DCMAKE_BUILD_TYPE=RelWithDebInfo "${options[@]}" >/dev/null
+  cmake -S . -B "$dir" -G Ninja --no-warn-unused-cli -DCMAKE_BUILD_TYPE=RelWithDebInfo "${options[@]}" \
+    -DNUV_BUILD_TESTS=ON -DNUV_WERROR=ON >/dev/null
   ninja -C "$dir" -j "$jobs"
   # The VM tests take one boot each; the native ones run alongside.
   (cd "$dir" && ctest --output-on-failure -j 2 --timeout 1500)

@@ -9,9 +9,10 @@
 
 #include "NuvLog"
 #include "NuvMIDIConnector.h"
+#include "NuvMIDISynthSettings.h"
 
 namespace {
-const char kDefaultSoundFontPath[] = "/usr/share/tallowin/DefaultSF.sf2";
+const char* const kDefaultSoundFontPath = kNuvMIDIDefaultSoundFont;
 const char kDefaultSoundFontKeyword[] = "Default";
 
 // The listing: fixed-width entries in a fixed buffer. An entry that formats longer than

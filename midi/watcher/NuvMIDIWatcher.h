@@ -19,13 +19,14 @@
 
 #include "NuvMIDICallback.h"
 #include "NuvMIDISynthActivity.h"
+#include "NuvMIDISynthSettings.h"
 #include "NuvMIDITypes.h"
 #include "NuvWatcher"
 
 class NuvMIDIWatcher : public NuvWatcher, public NuvMIDICallback {
 public:
     // The sound font that the synthesizer loads at start when the file exists.
-    static constexpr const char* kDefaultSoundFont = "/usr/share/tallowin/DefaultSF.sf2";
+    static constexpr const char* kDefaultSoundFont = kNuvMIDIDefaultSoundFont;
 
     NuvMIDIWatcher();
     virtual ~NuvMIDIWatcher();

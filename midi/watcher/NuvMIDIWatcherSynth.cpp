@@ -7,23 +7,11 @@
 
 #include "NuvLog"
 #include "NuvMIDIHandles.h"
+#include "NuvMIDISynthSettings.h"
 #include "NuvMIDIWatcher.h"
 #include "NuvResult"
 
 namespace {
-
-void ApplySettings(fluid_settings_t* settings) {
-    // Sound leaves only through the renderer, never through a FluidSynth audio driver.
-    fluid_settings_setstr(settings, "audio.driver", "file");
-    fluid_settings_setnum(settings, "synth.sample-rate", 48000.0);
-    fluid_settings_setint(settings, "audio.periods", 8);
-    fluid_settings_setint(settings, "synth.polyphony", 64);
-    fluid_settings_setnum(settings, "synth.gain", 1.0);
-    fluid_settings_setint(settings, "synth.min-note-length", 10); // milliseconds
-    // FluidSynth 2 no longer defaults to the ALSA sequencer driver; the watcher finds the
-    // synthesizer by the "FLUID" name of that driver's sequencer client.
-    fluid_settings_setstr(settings, "midi.driver", "alsa_seq");
-}
 
 // Debian's FluidSynth opens libinstpatch (its DLS loader) with every synthesizer and closes
 // it with the synthesizer. Each open after a close registers the library's types anew and
@@ -54,7 +42,7 @@ int NuvMIDIWatcher::m_CreateSynthesizer() {
     NuvFluidMIDIDriver driver;
     HoldInstpatchOpen();
     if (settings) {
-        ApplySettings(settings.get());
+        NuvMIDIApplySynthSettings(settings.get());
         synth.reset(new_fluid_synth(settings.get()));
         if (synth) {
             activity.reset(new NuvMIDISynthActivity(synth.get()));

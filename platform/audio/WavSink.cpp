@@ -3,8 +3,9 @@
 //
 // The simulated device starts with the first frames written and plays them at the
 // stream's rate; when it has played everything queued it runs dry (counted as an
-// underrun) and the next write starts it again. Pauses are not recorded: the file holds
-// exactly the frames written.
+// underrun) and the next write starts it again. A writer that rests writes nothing while
+// nothing sounds: the silence that passed meanwhile goes into the file, so the file's
+// timeline is the wall clock's from the stream's start, as a listener heard it.
 #include <cstdint>
 #include <cstdio>
 #include <new>
@@ -21,6 +22,7 @@ struct WavSink : NuvAudioSink {
     bool running = false;
     int64_t startNs = 0;    // when the device began playing the current run
     uint64_t runFrames = 0; // frames queued since then
+    int64_t playedNs = 0;   // when the device had played everything, while not running
 };
 
 WavSink* Wav(NuvAudioSink* sink) {
@@ -79,7 +81,24 @@ int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
 int Prepare(NuvAudioSink* base) {
     WavSink* sink = Wav(base);
     sink->running = false;
+    sink->playedNs = NuvAudio_NowNs();
     return AUDIO_IO_ERROR_NONE;
+}
+
+// Writes the frames of silence that the device would have played since `playedNs`.
+bool WriteSilence(WavSink* sink, int64_t now) {
+    static const unsigned char kZeros[kNuvAudioPeriodFrames * 8] = {};
+    const unsigned int frameBytes = sink->format.FrameBytes();
+    const unsigned long zerosFrames = sizeof kZeros / frameBytes;
+    uint64_t left = uint64_t(now - sink->playedNs) * sink->format.rate / 1000000000ull;
+    sink->dataBytes += left * frameBytes;
+    while (left > 0) {
+        const unsigned long chunk = left < zerosFrames ? left : zerosFrames;
+        if (std::fwrite(kZeros, frameBytes, chunk, sink->file) != chunk)
+            return false;
+        left -= chunk;
+    }
+    return true;
 }
 
 long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
@@ -93,8 +112,11 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
         if (sink->running && now >= sink->startNs + FramesToNs(sink, sink->runFrames)) {
             NuvAudioStats_CountUnderrun();
             sink->running = false;
+            sink->playedNs = sink->startNs + FramesToNs(sink, sink->runFrames);
         }
         if (!sink->running) {
+            if (now > sink->playedNs && !WriteSilence(sink, now))
+                return AUDIO_IO_ERROR_INVALID_OPERATION;
             sink->running = true;
             sink->startNs = now;
             sink->runFrames = 0;

@@ -33,6 +33,9 @@ int RunConnect(Session& session, const Action& action) {
         return code;
     if (int code = session.Find(action.devices[1], destination))
         return code;
+    // A port routed to itself would send every event round for ever.
+    if (action.command == Command::Connect && source.client == destination.client)
+        return Fail(EXIT_USAGE, "cannot connect %s to itself", Describe(source).c_str());
     if (session.Take(source) == nullptr || session.Take(destination) == nullptr)
         return EXIT_FAILED;
     _MIDIDeviceInfo from, to;

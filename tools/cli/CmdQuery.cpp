@@ -8,7 +8,9 @@
 namespace nuvcli {
 namespace {
 
-const int kPitchCentre = 8192; // the synthesizer's bend range is 0 to 16383
+// The synthesizer answers 0 to 16383; nuvmidi shows every bend as send and monitor do,
+// -8192 to 8191 around 0.
+const int kPitchCentre = 8192;
 
 // The answer line, or empty when the library left the message as it was.
 std::string Answer(int type, const _MIDIMessage& message) {
@@ -29,8 +31,8 @@ std::string Answer(int type, const _MIDIMessage& message) {
         return line;
     }
     case MIDI_EVENT_PITCH_BEND:
-        snprintf(line, sizeof(line), "channel %d pitch bend %d (%+d from the centre)\n",
-                 message.channel, message.value, message.value - kPitchCentre);
+        snprintf(line, sizeof(line), "channel %d pitch bend %d\n", message.channel,
+                 message.value - kPitchCentre);
         return line;
     default:
         snprintf(line, sizeof(line), "channel %d: %d\n", message.channel, message.value);

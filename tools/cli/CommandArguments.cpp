@@ -25,6 +25,7 @@ const NamedCommand kCommandNames[] = {
     {Command::Disconnect, "disconnect"},
     {Command::Wait, "wait"},
     {Command::Script, "script"},
+    {Command::Render, "render"},
 };
 
 bool ParseNumber(const std::string& text, long min, long max, long& out) {
@@ -72,9 +73,10 @@ private:
             m_action.devices = m_args;
             return true;
         case Command::Play:
-            if (!m_Arity(1, 1, "needs one FILE"))
+            if (!m_Arity(1, 1000, "needs one FILE or more"))
                 return false;
             m_action.path = m_args[0];
+            m_action.morePaths.assign(m_args.begin() + 1, m_args.end());
             return true;
         case Command::Send:
             return m_ParseSend();
@@ -91,6 +93,12 @@ private:
         case Command::Wait:
             return m_Arity(1, 1, "needs MS") &&
                    m_Number(0, 0, 86400000L, m_action.waitMs, "time in milliseconds");
+        case Command::Render:
+            if (!m_Arity(1, 1, "needs one FILE") || m_options.count("output") == 0)
+                return m_Fail("needs one FILE and -o OUT.wav");
+            m_action.path = m_args[0];
+            m_action.output = m_options.at("output");
+            return true;
         case Command::Script:
             if (!m_Arity(0, 1, "takes at most one FILE"))
                 return false;
@@ -276,6 +284,8 @@ bool CommandTakesOption(Command command, const std::string& name, bool& takesVal
         return name == "count";
     case Command::Fonts:
         return name == "start" || name == "count";
+    case Command::Render:
+        return name == "output";
     default:
         return false;
     }

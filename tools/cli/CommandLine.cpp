@@ -55,6 +55,8 @@ bool ParseOneCommand(const std::vector<std::string>& words, GlobalOptions* globa
         bool hasValue = false;
         if (word == "-v") {
             name = "verbose";
+        } else if (word == "-o") {
+            name = "output";
         } else if (word.compare(0, 2, "--") == 0) {
             const size_t equals = word.find('=');
             name = word.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
@@ -138,6 +140,11 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
     CommandLine result;
     if (FindHelp(args, result.text)) {
         result.outcome = CommandLine::HELP;
+        return result;
+    }
+    if (args.size() == 1 && args[0] == "--version") {
+        result.outcome = CommandLine::HELP;
+        result.text = "nuvmidi " NUV_VERSION "\n";
         return result;
     }
     std::vector<std::string> words;

@@ -20,7 +20,8 @@ enum class Command {
     Connect,
     Disconnect,
     Wait,
-    Script
+    Script,
+    Render
 };
 
 enum class FontsAction { Load, Unload, List };
@@ -36,12 +37,14 @@ struct GlobalOptions {
 // One command with its arguments checked. Only the fields its command uses are set.
 struct Action {
     Command command = Command::Devices;
-    std::vector<std::string> devices; // as the user named them
-    std::string path;                 // play, fonts load, script ("-": standard input)
-    bool json = false;                // devices --json
-    bool watch = false;               // devices --watch
-    long eventLimit = 0;              // monitor --count: stop after that many events; 0 never
-    int eventType = 0;                // send, query: a MIDIEventType value
+    std::vector<std::string> devices;   // as the user named them
+    std::string path;                   // play, render, fonts load, script ("-": standard input)
+    std::string output;                 // render -o: the WAV file to write
+    std::vector<std::string> morePaths; // play: the files after the first, in order
+    bool json = false;                  // devices --json
+    bool watch = false;                 // devices --watch
+    long eventLimit = 0;                // monitor --count: stop after that many events; 0 never
+    int eventType = 0;                  // send, query: a MIDIEventType value
     int channel = 0;
     int param = 0;    // note or controller number
     int value = 0;    // velocity, controller value, program, pressure or bend

@@ -17,6 +17,8 @@ int RunSend(Session& session, const Action& action);
 int RunQuery(Session& session, const Action& action);
 int RunFonts(Session& session, const Action& action);
 int RunConnect(Session& session, const Action& action); // connect and disconnect
+// Needs no library: renders run on their own.
+int RunRender(const GlobalOptions& options, const Action& action);
 
 // Runs one command (a script has been read into its commands before).
 int RunAction(Session& session, const Action& action);

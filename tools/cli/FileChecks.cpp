@@ -79,8 +79,10 @@ int CheckFiles(const GlobalOptions& options, const std::vector<Action>& actions)
     for (const Action& action : actions) {
         MidiFileInfo info;
         int code = EXIT_OK;
-        if (action.command == Command::Play)
+        if (action.command == Command::Play || action.command == Command::Render)
             code = CheckMidiFile(action.path, info);
+        if (code == EXIT_OK && action.command == Command::Render)
+            code = CheckWritable(action.output);
         else if (action.command == Command::Fonts && action.fontsAction == FontsAction::Load)
             code = CheckSoundFont(action.path);
         if (code != EXIT_OK)

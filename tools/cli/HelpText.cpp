@@ -13,7 +13,9 @@ Commands:
   monitor [--count N] [DEVICE...]
                                  print the MIDI that devices send, until Ctrl+C
   thru DEVICE                    play what DEVICE sends on the synthesizer
-  play FILE.mid                  play a standard MIDI file on the synthesizer
+  play FILE.mid...               play standard MIDI files on the synthesizer, in turn
+  render FILE.mid -o OUT.wav     render a MIDI file into a WAV file offline, as the
+                                 synthesizer would play it (needs no sequencer)
   send DEVICE EVENT ARG...       send one message (noteon, noteoff, cc, pgm, pitch,
                                  pressure); the synthesizer plays it
   query DEVICE EVENT CH [PARAM]  read the synthesizer's state (cc, pgm, pitch, pressure)
@@ -32,6 +34,7 @@ Options (anywhere on the command line):
   -v, --verbose  print the library's trace log on standard error (without it only
                  nuvmidi's own lines are printed; NUV_LOG_LEVEL=0..4 picks another level)
   -h, --help     this help; after a command, that command's help
+  --version      the version of nuvmidi
 
 A DEVICE is a sequencer client's name, a unique prefix of it (any case), or its client
 number, as 'nuvmidi devices' or 'aconnect -l' list them; "fluid" names the synthesizer.
@@ -72,9 +75,11 @@ device, event, channel, values), until Ctrl+C or SIGTERM. Without DEVICE it list
 every device that is not a synthesizer, including those that arrive later. Devices
 arriving and leaving are announced as they come and go, with their time. When the named
 devices have all gone it ends with status 7. The line "Waiting for data" tells that it
-listens.
+listens. The library delivers channel messages only: note on and off, control change,
+program change, channel pressure and pitch bend (-8192 to 8191); clock, SysEx, active
+sensing and other sequencer events never arrive.
 
-  --count N   stop after N events
+  --count N   stop after N delivered events
 )";
     case Command::Thru:
         return R"(Usage: nuvmidi thru DEVICE
@@ -84,11 +89,21 @@ prints each event as monitor does, until Ctrl+C or SIGTERM, or until DEVICE goes
 (status 7).
 )";
     case Command::Play:
-        return R"(Usage: nuvmidi play FILE.mid
+        return R"(Usage: nuvmidi play FILE.mid...
 
-Plays a standard MIDI file on the synthesizer and waits for its end. On a terminal a
+Plays standard MIDI files on the synthesizer, one after the other, each to its end. On a terminal a
 progress bar shows the elapsed and total time; otherwise one line tells the total time.
 Ctrl+C stops the playback cleanly. With --wav FILE the sound is recorded instead.
+)";
+    case Command::Render:
+        return R"(Usage: nuvmidi render FILE.mid -o OUT.wav
+
+Renders a standard MIDI file into a 48 000 Hz 16-bit stereo WAV file as fast as the
+processor allows, with FluidSynth's own player on a synthesizer set up as the library's
+(the default sound font, and --font on top), to hear what the device would play. It
+needs no sequencer, sound card or library, so it runs only with other renders.
+
+  -o, --output OUT.wav   the file to write
 )";
     case Command::Send:
         return R"(Usage: nuvmidi send DEVICE EVENT ARG...
@@ -108,7 +123,7 @@ Channels are 0 to 15, the other values 0 to 127.
 Reads back the synthesizer's state of one channel:
   cc CH CTRL    a controller's value
   pgm CH        the program, with its sound font and bank
-  pitch CH      the pitch bend, 0 to 16383, 8192 the centre
+  pitch CH      the pitch bend, -8192 to 8191, 0 the centre (as send and monitor)
   pressure CH   the channel pressure (the synthesizer does not report it)
 The synthesizer of a fresh run is in its initial state; send first in the same run:
   nuvmidi send fluid cc 0 7 90 --then query fluid cc 0 7

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <alsa/asoundlib.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -31,6 +32,23 @@ const auto kRecheck = std::chrono::milliseconds(250);
 // NUV_LOG_LEVEL asks the library for its lines.
 const int kLogQuiet = 0;
 const int kLogTrace = 4;
+
+void QuietAlsa(const char*, int, const char*, int, const char*, ...) {}
+
+// The library opens its PCM only when something first sounds, and tells a failure only in
+// its log: the name is tried here first, so that a wrong one fails the run. Empty when the
+// PCM opens.
+std::string PcmProblem(const std::string& name, bool verbose) {
+    if (!verbose)
+        snd_lib_error_set_handler(&QuietAlsa);
+    snd_pcm_t* pcm = nullptr;
+    const int err = snd_pcm_open(&pcm, name.c_str(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+    snd_lib_error_set_handler(nullptr);
+    if (err < 0)
+        return snd_strerror(err);
+    snd_pcm_close(pcm);
+    return std::string();
+}
 
 DeviceEntry EntryOf(const _NuvDevInfo& info) {
     DeviceEntry entry;
@@ -82,7 +100,13 @@ int Session::m_ChooseOutput(const GlobalOptions& options) {
     if (!options.wavFile.empty() && !m_library.SetWavFile(options.wavFile))
         return Fail(EXIT_FAILED, "this MIDI library's audio output cannot record to '%s'",
                     options.wavFile.c_str());
-    if (!options.audioDevice.empty() && !m_library.SetAudioDevice(options.audioDevice))
+    if (options.audioDevice.empty())
+        return EXIT_OK;
+    const std::string problem = PcmProblem(options.audioDevice, options.verbose);
+    if (!problem.empty())
+        return Fail(EXIT_FAILED, "cannot open the ALSA PCM '%s': %s", options.audioDevice.c_str(),
+                    problem.c_str());
+    if (!m_library.SetAudioDevice(options.audioDevice))
         return Fail(EXIT_FAILED, "this MIDI library's audio output cannot use the PCM '%s'",
                     options.audioDevice.c_str());
     return EXIT_OK;
@@ -178,8 +202,8 @@ INuvMIDIDevice* Session::Take(DeviceEntry& device) {
     if (atoi(info.UID) != device.client) {
         created = m_manager->CreateDevice(std::to_string(device.client).c_str());
         if (created == nullptr) {
-            Fail(EXIT_FAILED, "the library cannot create the device '%s' (%d)",
-                 device.name.c_str(), device.client);
+            Fail(EXIT_FAILED, "the library cannot create the device '%s' (%d)", device.name.c_str(),
+                 device.client);
             return nullptr;
         }
     }

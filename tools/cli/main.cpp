@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <iostream>
 #include <iterator>
 #include <string>
@@ -46,6 +47,20 @@ int ExpandScripts(const std::vector<Action>& given, std::vector<Action>& actions
     return EXIT_OK;
 }
 
+// `play A B C` plays A, then B, then C: one play action each, every file checked first.
+std::vector<Action> SplitPlays(const std::vector<Action>& given) {
+    std::vector<Action> actions;
+    for (const Action& action : given) {
+        actions.push_back(action);
+        actions.back().morePaths.clear();
+        for (const std::string& path : action.morePaths) {
+            actions.push_back(actions.back());
+            actions.back().path = path;
+        }
+    }
+    return actions;
+}
+
 int Run(const std::vector<std::string>& args) {
     const CommandLine commandLine = ParseCommandLine(args);
     if (commandLine.outcome == CommandLine::HELP) {
@@ -57,10 +72,20 @@ int Run(const std::vector<std::string>& args) {
     std::vector<Action> actions;
     if (int code = ExpandScripts(commandLine.actions, actions))
         return code;
+    actions = SplitPlays(actions);
     if (actions.empty())
         return EXIT_OK;
     if (int code = CheckFiles(commandLine.options, actions))
         return code;
+    const auto isRender = [](const Action& action) { return action.command == Command::Render; };
+    if (std::any_of(actions.begin(), actions.end(), isRender)) {
+        if (!std::all_of(actions.begin(), actions.end(), isRender))
+            return Fail(EXIT_USAGE, "render runs without the library: chain it only with renders");
+        for (const Action& action : actions)
+            if (int code = RunRender(commandLine.options, action))
+                return code;
+        return EXIT_OK;
+    }
 
     Waiter waiter;
     if (!waiter.Open())
@@ -101,7 +126,8 @@ int RunAction(Session& session, const Action& action) {
         session.GetWaiter().WaitFor(std::chrono::milliseconds(action.waitMs));
         return EXIT_OK;
     case Command::Script:
-        break; // expanded before the run
+    case Command::Render:
+        break; // expanded, or run without the library, before
     }
     return EXIT_OK;
 }

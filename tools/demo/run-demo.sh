@@ -34,7 +34,8 @@ step() { printf '\n== %s\n' "$*"; }
 as_root() { if [[ $(id -u) -eq 0 ]]; then "$@"; else sudo "$@"; fi; }
 
 started=$SECONDS
-tools/install-deps.sh
+# Only what the path taken needs: the VM's packages where there is no sequencer here.
+if [[ -e /dev/snd/seq ]]; then tools/install-deps.sh build demo; else tools/install-deps.sh build demo vm; fi
 if [[ $install_font == 1 && ! -e $DEFAULT_FONT ]]; then
   step "Installing $DEBIAN_FONT as $DEFAULT_FONT"
   as_root install -D -m 644 "$DEBIAN_FONT" "$DEFAULT_FONT"

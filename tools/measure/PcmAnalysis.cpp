@@ -130,3 +130,21 @@ double SoundingSeconds(const Pcm& pcm, double threshold, int windowMs) {
         }
     return first < 0 ? 0 : double(last - first + 1) * windowMs / 1000.0;
 }
+
+std::vector<double> Onsets(const Pcm& pcm, double threshold, double quietSeconds) {
+    const int windowMs = 5;
+    const std::vector<double> levels = RmsWindows(pcm, windowMs);
+    const size_t quietWindows = size_t(quietSeconds * 1000 / windowMs);
+    std::vector<double> onsets;
+    size_t quiet = quietWindows; // the start counts as after a quiet stretch
+    for (size_t i = 0; i < levels.size(); ++i) {
+        if (levels[i] <= threshold) {
+            ++quiet;
+            continue;
+        }
+        if (quiet >= quietWindows)
+            onsets.push_back(double(i) * windowMs / 1000.0);
+        quiet = 0;
+    }
+    return onsets;
+}

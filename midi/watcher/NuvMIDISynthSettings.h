@@ -1,0 +1,25 @@
+// The settings of the library's synthesizer, written once: the library's watcher creates
+// its synthesizer with them, and nuvmidi's offline render its own, so that a rendered file
+// sounds as the device plays.
+#ifndef NUV_MIDI_SYNTH_SETTINGS_H
+#define NUV_MIDI_SYNTH_SETTINGS_H
+
+#include <fluidsynth.h>
+
+// Loaded into every synthesizer when the file exists.
+constexpr const char* kNuvMIDIDefaultSoundFont = "/usr/share/tallowin/DefaultSF.sf2";
+
+inline void NuvMIDIApplySynthSettings(fluid_settings_t* settings) {
+    // Sound leaves only through the renderer, never through a FluidSynth audio driver.
+    fluid_settings_setstr(settings, "audio.driver", "file");
+    fluid_settings_setnum(settings, "synth.sample-rate", 48000.0);
+    fluid_settings_setint(settings, "audio.periods", 8);
+    fluid_settings_setint(settings, "synth.polyphony", 64);
+    fluid_settings_setnum(settings, "synth.gain", 1.0);
+    fluid_settings_setint(settings, "synth.min-note-length", 10); // milliseconds
+    // FluidSynth 2 no longer defaults to the ALSA sequencer driver; the watcher finds the
+    // synthesizer by the "FLUID" name of that driver's sequencer client.
+    fluid_settings_setstr(settings, "midi.driver", "alsa_seq");
+}
+
+#endif
