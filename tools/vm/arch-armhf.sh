@@ -22,7 +22,7 @@ arch_prepare() {
 readonly VM_QEMU="qemu-system-arm -accel tcg -machine virt,highmem=off -cpu cortex-a15"
 readonly VM_CONSOLE=ttyAMA0
 # The guest's NUV_TIME_SCALE: emulated ARM runs the tests 2-3 times slower than the x86_64
-# guest, and FluidSynth renders a loud piece with reverb slower than it plays.
+# guest; FluidSynth takes longer to load a file and start playing it.
 readonly VM_TIME_SCALE=3
 arch_serial_args() {
   echo "-serial chardev:kernel -device pci-serial-2x,chardev1=output,chardev2=control"
