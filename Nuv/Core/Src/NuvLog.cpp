@@ -4,9 +4,8 @@
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
-
 #include <strings.h>
+#include <unistd.h>
 
 #include <atomic>
 
