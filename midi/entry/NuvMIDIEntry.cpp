@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -38,9 +39,11 @@ struct Reapers {
     std::vector<NuvMIDIEntry*> orphans; // no thread could be started: reaped by the next wait
 };
 
-// Never destroyed: a reaper may still finish while the process exits.
+// Never destroyed, since a reaper may still finish while the process exits, and not on the
+// heap, so that a library that is unloaded leaves no block behind.
 Reapers& TheReapers() {
-    static Reapers* reapers = new Reapers;
+    alignas(Reapers) static unsigned char storage[sizeof(Reapers)];
+    static Reapers* reapers = new (storage) Reapers;
     return *reapers;
 }
 
