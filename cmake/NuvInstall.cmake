@@ -8,8 +8,10 @@ include(CMakePackageConfigHelpers)
 install(TARGETS NuvMIDI NuvCore EXPORT NuvMIDITargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nuv)
-install(TARGETS NuvAudioOut LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
-  NAMELINK_SKIP)
+# The audio library is in the export too, as libNuvMIDI's own dependency: a host's linker
+# is then told where it is (-rpath-link), which a cross linker needs.
+install(TARGETS NuvAudioOut EXPORT NuvMIDITargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_SKIP)
 install(TARGETS nuvmidi RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 
 # The headers a host includes, and those they include; the core's internals stay out.

@@ -36,9 +36,9 @@ SinkChoice& Choice() {
     return choice;
 }
 
-std::atomic<unsigned long> g_underruns{0};
-std::atomic<unsigned long> g_writes{0};
-std::atomic<unsigned long> g_framesWritten{0};
+std::atomic<uint64_t> g_underruns{0};
+std::atomic<uint64_t> g_writes{0};
+std::atomic<uint64_t> g_framesWritten{0};
 
 // Gain is applied chunk by chunk into a scratch block owned by the stream, so a write
 // allocates nothing and leaves the caller's buffer as it was.
@@ -204,7 +204,7 @@ NUV_AUDIO_API void nuv_audio_out_get_stats(nuv_audio_out_stats_s* stats) {
     stats->frames_written = g_framesWritten.load(std::memory_order_relaxed);
 }
 
-NUV_AUDIO_API unsigned long nuv_audio_out_get_underrun_count(void) {
+NUV_AUDIO_API uint64_t nuv_audio_out_get_underrun_count(void) {
     return g_underruns.load(std::memory_order_relaxed);
 }
 

@@ -81,7 +81,7 @@ protected:
     bool LoadFont() {
         return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth, kFont, 1) >= 0;
     }
-    static unsigned long FramesWritten() {
+    static uint64_t FramesWritten() {
         nuv_audio_out_stats_s stats{};
         nuv_audio_out_get_stats(&stats);
         return stats.frames_written;
@@ -151,7 +151,7 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
     // The rest begins after half a second of quiet: within 3 s must come a window of
     // 300 ms in which the thread neither wakes nor writes.
     bool rested = false;
-    unsigned long quiet = 0;
+    uint64_t quiet = 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
     while (!rested && std::chrono::steady_clock::now() < deadline) {
         const long switches = RendererSwitches();
@@ -169,7 +169,7 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
     Pcm pcm;
     ASSERT_TRUE(ReadWav(m_wav, pcm));
     ASSERT_GE(pcm.Frames(), size_t(48000 / 4));
-    const size_t idleFrames = pcm.Frames() - (FramesWritten() - quiet);
+    const size_t idleFrames = pcm.Frames() - size_t(FramesWritten() - quiet);
     for (size_t i = 0; i < idleFrames * 2; ++i) // what idle wrote is dither of one step
         ASSERT_LE(std::abs(int(pcm.samples[i])), 1) << i;
     EXPECT_NEAR(440.0, Fundamental(pcm.Slice(pcm.Frames() - 48000 / 8, 48000 / 8)), 440.0 * 0.03);
@@ -186,7 +186,7 @@ TEST_F(Renderer, StartsAgainAfterAStopWithANewThreadAndOutput) {
     LogCapture log;
     ASSERT_EQ(0, m_renderer.StartRenderer());
     EXPECT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
-    const unsigned long before = FramesWritten();
+    const uint64_t before = FramesWritten();
     fluid_synth_noteon(m_synth, 0, 60, 100);
     EXPECT_TRUE(WaitFor([&] { return FramesWritten() > before + 4800; }));
     fluid_synth_noteoff(m_synth, 0, 60);
@@ -202,7 +202,7 @@ TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting)
     EXPECT_EQ(0, m_renderer.StartRenderer());
     EXPECT_TRUE(log.Has("[NuvMIDIRenderer]m_pcm_handle=(nil), m_pcm_buf_size=0\n", NUV_LOG_INFO));
     ASSERT_TRUE(WaitFor([&] { return log.Has("[NuvMIDIRenderer::t_Main] Enter \n\n"); }));
-    const unsigned long before = FramesWritten();
+    const uint64_t before = FramesWritten();
     fluid_synth_noteon(m_synth, 0, 60, 100);
     EXPECT_TRUE(WaitFor([&] { return log.Has("Synth Internal buffer size = 64.\n"); }));
     EXPECT_EQ(0, m_renderer.StopRenderer());

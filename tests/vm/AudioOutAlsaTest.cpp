@@ -70,7 +70,7 @@ TEST_F(AlsaSink, WhatIsWrittenIsPlayedAtItsPitchAndLevel) {
 
 TEST_F(AlsaSink, APauseRunsThePcmDryAndTheNextWriteRestartsItQuietly) {
     PlayTone(0.2);
-    const unsigned long before = nuv_audio_out_get_underrun_count();
+    const uint64_t before = nuv_audio_out_get_underrun_count();
     // The writer has nothing to play for a while (its silence is not written).
     std::this_thread::sleep_for(std::chrono::milliseconds(150));
     m_capture.Clear();
@@ -84,7 +84,7 @@ TEST_F(AlsaSink, APauseRunsThePcmDryAndTheNextWriteRestartsItQuietly) {
 
 TEST_F(AlsaSink, ContinuousWritingDoesNotUnderrun) {
     PlayTone(0.05);
-    const unsigned long before = nuv_audio_out_get_underrun_count();
+    const uint64_t before = nuv_audio_out_get_underrun_count();
     PlayTone(1.0);
     EXPECT_EQ(before, nuv_audio_out_get_underrun_count());
 }

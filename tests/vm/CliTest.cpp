@@ -15,6 +15,7 @@
 #include "PcmAnalysis.h"
 #include "UsbKeyboard.h"
 #include "VirtualKeyboard.h"
+#include "WaitFor.h"
 
 #ifdef NUV_CLI_PATH
 
@@ -99,7 +100,7 @@ TEST_F(CliVm, TheWavHoldsTheRestsOnTheWallClocksTimeline) {
     const std::vector<double> onsets = WavOnsets(wav);
     ASSERT_EQ(2u, onsets.size());
     // nuvmidi's own steps between the two sends take a few milliseconds more.
-    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.03);
+    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.03 * TimeScale());
 }
 
 // What the device played into a WAV file and what render writes offline hold the same
@@ -128,7 +129,7 @@ TEST_F(CliVm, PlayAndRenderRecordTheSameFile) {
     // Live, FluidSynth's player sends the events of the file's first tick once it has loaded
     // the file, 20 to 90 ms after its clock started in the VM (more under the sanitizers);
     // from there on the notes keep to the clock in both.
-    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.02);
+    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.02 * TimeScale());
     unlink(song.c_str());
 }
 

@@ -116,8 +116,10 @@ protected:
             }
     }
 
-    static std::string Uid(int client) { return std::to_string(client); }
-    std::string Uid(const UsbKeyboard& keyboard) const { return Uid(keyboard.Client()); }
+    // The UID the library gives a plugged keyboard: its client number.
+    static std::string Uid(const UsbKeyboard& keyboard) {
+        return std::to_string(keyboard.Client());
+    }
 
     // Plugs the keyboard in and creates its device by its name once the host has been told
     // of it; null when either did not happen.

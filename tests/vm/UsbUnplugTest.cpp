@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <set>
 #include <shared_mutex>
 #include <thread>
@@ -127,7 +128,11 @@ public:
 TEST_F(UsbUnplug, WhileHostThreadsCallIntoItsDevice) {
     UsbKeyboard& keyboard = m_keyboards[0];
     const std::string name = keyboard.Product();
-    CallingHost host;
+    // On the heap: ThreadSanitizer keeps the identity of a mutex that lived at a stack
+    // address before (a std::mutex says nothing when it goes) and would chain this lock to
+    // that one's history.
+    auto owned = std::make_unique<CallingHost>();
+    CallingHost& host = *owned;
     HostLog listener;
     LibraryGoesFirst library;
     host.device = PlugAndCreate(keyboard);
@@ -203,12 +208,14 @@ public:
         const auto* info = static_cast<const _NuvDevInfo*>(arg1);
         if (m_name != info->deviceName)
             return 0;
-        std::lock_guard<std::mutex> lock(m_lock);
         if (event == NUV_EVENT_DEVICE_ATTACHED) {
             INuvMIDIDevice* device = m_manager->CreateDevice(info->UID);
-            if (device != nullptr && device->RegisterCallback(&listener) == 1)
+            if (device != nullptr && device->RegisterCallback(&listener) == 1) {
+                std::lock_guard<std::mutex> lock(m_lock);
                 ids.insert(device->GetID());
+            }
         } else if (event == NUV_EVENT_DEVICE_DETACHED) {
+            std::lock_guard<std::mutex> lock(m_lock);
             ++departures;
         }
         return 0;

@@ -138,11 +138,17 @@ bool UsbKeyboard::Plug(std::chrono::milliseconds timeout) {
 }
 
 bool UsbKeyboard::Unplug(std::chrono::milliseconds timeout) {
+    const int client = Client();
     if (!WriteText(m_Gadget() + "/UDC", ""))
         return false;
     // The gadget side stays open (its node now refuses everything) until the next plug, so
     // that a thread still playing never meets a closed or reused descriptor.
-    return WaitFor([&] { return HostCard() < 0; }, timeout);
+    return WaitFor(
+        [&] {
+            return HostCard() < 0 &&
+                   (client < 0 || SequencerView::Read().Clients().count(client) == 0);
+        },
+        timeout);
 }
 
 void UsbKeyboard::m_CloseGadgetSide() {

@@ -13,6 +13,11 @@
 # Every such test has the CTest label "vm".
 
 set(NUV_VM_RUN "${CMAKE_CURRENT_LIST_DIR}/vm-run" CACHE INTERNAL "The test VM's runner")
+# A build for 32-bit ARM runs its tests in the ARM VM.
+set(NUV_VM_ARCH_ARGS)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+  set(NUV_VM_ARCH_ARGS --arch armhf)
+endif()
 
 function(nuv_add_vm_test)
   cmake_parse_arguments(PARSE_ARGV 0 VM "" "NAME;COMMAND;TIMEOUT;VIRMIDI;USB_KEYBOARDS" "ARGS;FILES")
@@ -26,7 +31,7 @@ function(nuv_add_vm_test)
     set(VM_TIMEOUT 600)
   endif()
 
-  set(run_args --timeout ${VM_TIMEOUT} --out ${CMAKE_CURRENT_BINARY_DIR}/vm-out/${VM_NAME})
+  set(run_args ${NUV_VM_ARCH_ARGS} --timeout ${VM_TIMEOUT} --out ${CMAKE_CURRENT_BINARY_DIR}/vm-out/${VM_NAME})
   if(DEFINED VM_VIRMIDI)
     list(APPEND run_args --virmidi ${VM_VIRMIDI})
   endif()

@@ -23,12 +23,44 @@ readonly NUV_VM_MODULES="
 readonly NUV_VM_TOOLS="aconnect aseqdump aplaymidi arecordmidi amidi aplay arecord fluidsynth"
 readonly NUV_VM_SOUNDFONT=/usr/share/sounds/sf2/TimGM6mb.sf2
 
+# Where the guest's programs and kernel come from: this machine itself (both empty) or, for
+# another architecture, a sysroot of that architecture's packages and a directory with its
+# kernel in boot/ and its modules in lib/modules/, with the sysroot's library directories
+# (set by the architecture's file).
+NUV_VM_SYSROOT=${NUV_VM_SYSROOT:-}
+NUV_VM_KROOT=${NUV_VM_KROOT:-}
+NUV_VM_LIBRARY_DIRS=${NUV_VM_LIBRARY_DIRS:-/lib /usr/lib}
+
+# Prints where the guest's PATH is found on this machine: in the sysroot when there is one
+# and it has that path, else on this machine (the files of a build tree).
+image_source() {
+  if [[ -n $NUV_VM_SYSROOT && ( -e $NUV_VM_SYSROOT$1 || -L $NUV_VM_SYSROOT$1 ) ]]; then
+    echo "$NUV_VM_SYSROOT$1"
+  else
+    echo "$1"
+  fi
+}
+
+# Prints the guest's path of a program of its PATH.
+image_program() {
+  local dir
+  if [[ -z $NUV_VM_SYSROOT ]]; then
+    command -v "$1"
+    return
+  fi
+  for dir in /usr/sbin /usr/bin /sbin /bin; do
+    [[ -x $NUV_VM_SYSROOT$dir/$1 ]] && { echo "$dir/$1"; return 0; }
+  done
+  echo "vm-run: $1 is not in $NUV_VM_SYSROOT" >&2
+  return 1
+}
+
 # Prints the newest kernel version that has both an image in /boot and its modules.
 image_kernel_version() {
   local dir version best=
-  for dir in /lib/modules/*/; do
+  for dir in "$NUV_VM_KROOT"/lib/modules/*/; do
     version=$(basename "$dir")
-    [[ -r /boot/vmlinuz-$version && -r $dir/modules.dep ]] || continue
+    [[ -r $NUV_VM_KROOT/boot/vmlinuz-$version && -r $dir/modules.dep ]] || continue
     if [[ -z $best ]] || [[ $(printf '%s\n%s\n' "$best" "$version" | sort -V | tail -n1) == "$version" ]]; then
       best=$version
     fi
@@ -41,7 +73,7 @@ image_kernel_version() {
 # module after the ones it needs. "file" is where it goes under /lib/modules/<version>/
 # (uncompressed), "source" the host's file. Builtin modules are skipped.
 image_module_plan() {
-  local dir=/lib/modules/$1
+  local dir=$NUV_VM_KROOT/lib/modules/$1
   awk -v wanted="$NUV_VM_MODULES" -v dir="$dir" '
     function modname(path) {
       sub(/.*\//, "", path); sub(/\.ko(\.(xz|zst|gz))?$/, "", path); gsub(/-/, "_", path)
@@ -78,10 +110,10 @@ image_module_plan() {
 # emulation; so when the kernel has that entry point, its ELF image is extracted once into
 # the cache. Otherwise the bzImage itself.
 image_kernel_file() {
-  local version=$1 cache=$2 bzimage=/boot/vmlinuz-$1 elf magic offset
+  local version=$1 cache=$2 bzimage=$NUV_VM_KROOT/boot/vmlinuz-$1 elf magic offset
   elf=$cache/vmlinux-$version-$(stat -L -c '%s-%Y' "$bzimage")
   if [[ -s $elf ]]; then echo "$elf"; return 0; fi
-  if grep -qx 'CONFIG_PVH=y' "/boot/config-$version" 2>/dev/null; then
+  if grep -qx 'CONFIG_PVH=y' "$NUV_VM_KROOT/boot/config-$version" 2>/dev/null; then
     for magic in xz:$'\xfd7zXZ' zstd:$'\x28\xb5\x2f\xfd' gzip:$'\x1f\x8b\x08'; do
       offset=$(LC_ALL=C grep -obUa "${magic#*:}" "$bzimage" | head -n1 | cut -d: -f1)
       [[ -n $offset ]] || continue
@@ -111,6 +143,10 @@ image_is_elf() {
 image_elf_libs() {
   local out
   image_is_elf "$1" || return 0
+  if [[ -n $NUV_VM_SYSROOT ]]; then
+    image_elf_libs_in_sysroot "$1"
+    return
+  fi
   out=$(ldd "$1" 2>&1) || return 0
   if grep -q 'not found' <<<"$out"; then
     echo "vm-run: $1 needs libraries that are not found:" >&2
@@ -120,14 +156,58 @@ image_elf_libs() {
   awk '$2 == "=>" && $3 ~ /^\// { print $3; next } $1 ~ /^\// { print $1 }' <<<"$out"
 }
 
+# The same for a file of another architecture, which ldd cannot read: follows the ELF
+# file's NEEDED entries, and theirs, through its RUNPATH (a build tree's) and the sysroot's
+# library directories. Prints guest paths.
+image_elf_libs_in_sysroot() {
+  local -A seen=()
+  local queue=("$1") file source dump name dir found origin
+  local -a search
+  while [[ ${#queue[@]} -gt 0 ]]; do
+    file=${queue[0]}
+    queue=("${queue[@]:1}")
+    source=$(image_source "$file")
+    dump=$(readelf -dlW "$source" 2>/dev/null) || continue
+    origin=${file%/*}
+    search=()
+    for dir in $(sed -n 's/.*Library r\(un\)\?path: \[\(.*\)\]/\2/p' <<<"$dump" | tr ':' ' '); do
+      search+=("${dir//\$ORIGIN/$origin}")
+    done
+    # shellcheck disable=SC2206 # a list of directories
+    search+=($NUV_VM_LIBRARY_DIRS)
+    for name in $(sed -n 's/.*program interpreter: \(.*\)\]/\1/p; s/.*Shared library: \[\(.*\)\]/\1/p' <<<"$dump"); do
+      found=
+      if [[ $name == /* ]]; then
+        found=$name
+      else
+        for dir in "${search[@]}"; do
+          # A RUNPATH outside the system's directories is this machine's (a build tree).
+          if [[ -e $NUV_VM_SYSROOT$dir/$name ]] || [[ $dir != /lib* && $dir != /usr/lib* && -e $dir/$name ]]; then
+            found=$dir/$name
+            break
+          fi
+        done
+      fi
+      if [[ -z $found ]]; then
+        echo "vm-run: $file needs $name, which is not found" >&2
+        return 1
+      fi
+      [[ -n ${seen[$found]:-} ]] && continue
+      seen[$found]=1
+      echo "$found"
+      queue+=("$found")
+    done
+  done
+}
+
 # Gives a staging root the host's top-level symlinks (/lib -> usr/lib on a merged-/usr
 # system), so that host paths copied in land where the guest looks for them. The per-run
 # archive needs them too: a plain "lib" directory in it would replace the base's link.
 image_root_links() {
   local root=$1 dir target
   for dir in bin sbin lib lib32 lib64 libx32; do
-    [[ -L /$dir ]] || continue
-    target=$(readlink "/$dir")
+    [[ -L $NUV_VM_SYSROOT/$dir ]] || continue
+    target=$(readlink "$NUV_VM_SYSROOT/$dir")
     ln -sfn "$target" "$root/$dir"
     [[ $target == /* ]] || target=/$target
     mkdir -p "$root$target"
@@ -138,8 +218,8 @@ image_root_links() {
 # the way to the real file (libfoo.so.1 -> libfoo.so.1.2.3 both exist in the guest).
 image_stage_host_path() {
   local root=$1 path=$2 target
-  while [[ -L $path ]]; do
-    target=$(readlink "$path")
+  while [[ -L $(image_source "$path") ]]; do
+    target=$(readlink "$(image_source "$path")")
     mkdir -p "$root${path%/*}"
     [[ -e $root$path || -L $root$path ]] || ln -s "$target" "$root$path"
     [[ $target == /* ]] || target=${path%/*}/$target
@@ -147,7 +227,7 @@ image_stage_host_path() {
   done
   [[ -e $root$path ]] && return 0
   mkdir -p "$root${path%/*}"
-  cp -pL "$path" "$root$path"
+  cp -pL "$(image_source "$path")" "$root$path"
 }
 
 # Copies a host file or directory to DEST in the staging root, following symlinks.
@@ -186,11 +266,13 @@ image_base_fingerprint() {
   local version=$1 harness_dir=$2 tool
   {
     echo "kernel $version"
-    cat "$harness_dir/vm-run" "$harness_dir/image.sh" "$harness_dir"/guest/*
-    stat -L -c '%n %s %Y' "/boot/vmlinuz-$version" "/lib/modules/$version/modules.dep" \
-      "$NUV_VM_SOUNDFONT" /usr/share/alsa/alsa.conf /var/lib/dpkg/status
+    cat "$harness_dir/vm-run" "$harness_dir/image.sh" "$harness_dir"/arch-*.sh "$harness_dir"/guest/*
+    stat -L -c '%n %s %Y' "$NUV_VM_KROOT/boot/vmlinuz-$version" "$NUV_VM_KROOT/lib/modules/$version/modules.dep" \
+      "$NUV_VM_SOUNDFONT" "$(image_source /usr/share/alsa/alsa.conf)" /var/lib/dpkg/status
+    # A sysroot is unpacked anew as a whole: its directory's inode and time tell it apart.
+    [[ -z $NUV_VM_SYSROOT ]] || stat -c '%n %i %Y' "$NUV_VM_SYSROOT"
     for tool in busybox $NUV_VM_TOOLS; do
-      stat -L -c '%n %s %Y' "$(command -v "$tool")"
+      stat -L -c '%n %s %Y' "$(image_source "$(image_program "$tool")")"
     done
   } 2>&1 | sha256sum | cut -c1-16
 }
@@ -206,21 +288,22 @@ image_build_base() {
 
   : >"$root/libs"
   for tool in busybox $NUV_VM_TOOLS; do
-    path=$(command -v "$tool")
+    path=$(image_program "$tool")
     image_stage_host_path "$root" "$path"
     image_elf_libs "$path" >>"$root/libs"
   done
   sort -u "$root/libs" | while IFS= read -r path; do image_stage_host_path "$root" "$path"; done
 
-  # Busybox's applets, where no real program of the same name was copied in.
+  # Busybox's applets, where no real program of the same name was copied in. The list is
+  # this machine's busybox's: a sysroot's busybox, of the same Debian release, has the same.
   busybox --list-full | while IFS= read -r applet; do
     [[ $applet == */* && ! -e $root/$applet && ! -L $root/$applet ]] || continue
     mkdir -p "$root/${applet%/*}"
     ln -s /bin/busybox "$root/$applet"
   done
-  [[ -e $root/bin/busybox ]] || image_stage_as "$root" "$(command -v busybox)" /bin/busybox
+  [[ -e $root/bin/busybox ]] || image_stage_as "$root" "$(image_source "$(image_program busybox)")" /bin/busybox
 
-  image_stage_as "$root" /usr/share/alsa /usr/share/alsa
+  image_stage_as "$root" "$(image_source /usr/share/alsa)" /usr/share/alsa
   image_stage_as "$root" "$NUV_VM_SOUNDFONT" /usr/share/tallowin/DefaultSF.sf2
 
   image_module_plan "$version" >"$root/plan"
@@ -238,7 +321,7 @@ image_build_base() {
   # requests through it) works in the guest: a test may unload and reload a card.
   awk 'FNR == NR { have[$3] = 1; next }
     { line = $0; gsub(/\.ko\.(xz|zst|gz)/, ".ko", line); path = line; sub(/:.*/, "", path) }
-    path in have { print line }' "$root/plan" "/lib/modules/$version/modules.dep" \
+    path in have { print line }' "$root/plan" "$NUV_VM_KROOT/lib/modules/$version/modules.dep" \
     >"$root/lib/modules/$version/modules.dep"
 
   cat >"$root/etc/nuv-vm/image.conf" <<EOF

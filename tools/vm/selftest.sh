@@ -5,10 +5,19 @@
 #   tools/vm/selftest.sh          one boot
 #   tools/vm/selftest.sh --full   also: `vm-run -- false` exits 1, the time limit gives 124,
 #                                 and two VMs run side by side (three more boots)
+#   tools/vm/selftest.sh --arch armhf   the same for the 32-bit ARM guest
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 full=0
-[[ ${1:-} == --full ]] && full=1
+arch=x86_64
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --full) full=1; shift ;;
+    --arch) arch=${2:?}; shift 2 ;;
+    *) echo "usage: selftest.sh [--full] [--arch x86_64|armhf]" >&2; exit 2 ;;
+  esac
+done
+vm_run() { "$here/vm-run" --arch "$arch" "$@"; }
 
 if ! command -v sox >/dev/null; then
   sudo=()
@@ -36,7 +45,7 @@ sox -n -r 44100 -c 1 -b 16 "$work/tone.wav" synth 1 sine 440 vol 0.5
 
 started=$EPOCHREALTIME
 status=0
-"$here/vm-run" --timeout 300 --out "$work/out" \
+vm_run --timeout 300 --out "$work/out" \
   --add "$here/selftest-guest.sh:/selftest/guest.sh" --add "$work/tone.wav:/selftest/tone.wav" \
   -- sh /selftest/guest.sh || status=$?
 check "the command's exit status comes back (42, got $status)" [ "$status" -eq 42 ]
@@ -51,16 +60,16 @@ echo "one boot: $(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1
 
 if [[ $full == 1 ]]; then
   status=0
-  "$here/vm-run" -- false || status=$?
+  vm_run -- false || status=$?
   check "vm-run -- false exits 1 (got $status)" [ "$status" -eq 1 ]
 
   status=0
-  "$here/vm-run" --timeout 20 -- sleep 600 2>/dev/null || status=$?
+  vm_run --timeout 20 -- sleep 600 2>/dev/null || status=$?
   check "a run past its time limit exits 124 (got $status)" [ "$status" -eq 124 ]
 
-  "$here/vm-run" --out "$work/a" -- sh -c 'echo a > /out/who' &
+  vm_run --out "$work/a" -- sh -c 'echo a > /out/who' &
   first=$!
-  "$here/vm-run" --out "$work/b" -- sh -c 'echo b > /out/who' &
+  vm_run --out "$work/b" -- sh -c 'echo b > /out/who' &
   second=$!
   status=0
   wait "$first" || status=$?

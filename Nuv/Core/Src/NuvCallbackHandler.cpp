@@ -25,7 +25,7 @@ int NuvCallbackHandler::RegisterCallback(NuvCallback* callback) {
     if (callback == nullptr || !m_mutex.FlagCreate())
         return NUV_ERR_GENERAL;
     NuvMutexGuard guard(m_mutex);
-    m_mapCallback[reinterpret_cast<unsigned long>(callback)] = callback;
+    m_mapCallback[reinterpret_cast<uintptr_t>(callback)] = callback;
     return NUV_OK;
 }
 
@@ -33,7 +33,7 @@ int NuvCallbackHandler::UnregisterCallback(NuvCallback* callback) {
     if (callback == nullptr || !m_mutex.FlagCreate())
         return NUV_ERR_GENERAL;
     NuvMutexGuard guard(m_mutex);
-    return m_mapCallback.erase(reinterpret_cast<unsigned long>(callback)) == 1 ? NUV_OK
+    return m_mapCallback.erase(reinterpret_cast<uintptr_t>(callback)) == 1 ? NUV_OK
                                                                                : NUV_ERR_GENERAL;
 }
 
@@ -46,7 +46,7 @@ void NuvCallbackHandler::ExecuteCallback(int event, void* arg1, void* arg2, void
     // held across a call.
     auto it = m_mapCallback.begin();
     while (it != m_mapCallback.end()) {
-        const unsigned long key = it->first;
+        const uintptr_t key = it->first;
         it->second->t_OnCallback(event, arg1, arg2, arg3);
         it = m_mapCallback.upper_bound(key);
     }

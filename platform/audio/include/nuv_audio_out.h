@@ -3,6 +3,8 @@
 #ifndef NUV_PLATFORM_NUV_AUDIO_OUT_H
 #define NUV_PLATFORM_NUV_AUDIO_OUT_H
 
+#include <stdint.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -13,17 +15,18 @@ int nuv_audio_out_set_device(const char* pcm_name);
  * stream is created); null returns to ALSA. AUDIO_IO_ERROR_NONE. */
 int nuv_audio_out_set_wav_file(const char* path);
 
+/* 64-bit on every target: a 32-bit frame count runs over after 25 days at 48 kHz. */
 typedef struct {
     /* Times a sink ran dry between two writes and was restarted. A writer that pauses
      * (silence is not written) causes one per pause; each is recovered without noise. */
-    unsigned long underruns;
-    unsigned long writes;         /* successful audio_out_write calls */
-    unsigned long frames_written; /* frames handed to the sinks */
+    uint64_t underruns;
+    uint64_t writes;         /* successful audio_out_write calls */
+    uint64_t frames_written; /* frames handed to the sinks */
 } nuv_audio_out_stats_s;
 
 /* Counters of every stream of the process since the start or the last reset. */
 void nuv_audio_out_get_stats(nuv_audio_out_stats_s* stats);
-unsigned long nuv_audio_out_get_underrun_count(void);
+uint64_t nuv_audio_out_get_underrun_count(void);
 void nuv_audio_out_reset_stats(void);
 
 #ifdef __cplusplus
