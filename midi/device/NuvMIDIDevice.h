@@ -39,6 +39,8 @@ public:
     virtual int OnMIDIEvent(int client, int code, _MIDIMessage& msg);
 
 private:
+    friend struct NuvMIDIDeviceProbe; // tests wait for a host call to be under way
+
     // Counts a host call in progress for as long as it uses the connector; false once the
     // device is being destroyed (the call then does nothing).
     class HostCall {

@@ -2,7 +2,11 @@
 // and their removal, newest first.
 #include "NuvMIDIEntry.h"
 
-#include <pthread.h>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 #include "NuvLog"
 #include "NuvMIDIConnectionManager.h"
@@ -16,8 +20,29 @@ bool NuvMIDIEntry::m_flagInit = false;
 
 namespace {
 
-// Serialises GetInstance and DeleteInstance, so Create and Destroy never overlap.
-pthread_mutex_t g_libraryMutex = PTHREAD_MUTEX_INITIALIZER;
+// Serialises GetInstance and DeleteInstance, so Create and Destroy never overlap; guards
+// the reapers.
+std::mutex g_libraryMutex;
+
+// A library destroyed from inside one of its own callbacks cannot be torn down there: the
+// watcher thread running the callback would have to join itself, and the walk in progress
+// would go on through freed objects. DeleteInstance then only takes the library out of use
+// and silences its callbacks; a reaper thread stops the watcher thread, which first
+// finishes its pass and so unwinds the walk, and destroys the rest. GetInstance and
+// DeleteInstance called outside a callback wait for the reapers, so that two libraries
+// never hold the audio output at once and nothing is left running when they return.
+struct Reapers {
+    std::condition_variable done;
+    int running = 0;
+    std::vector<std::thread> threads;
+    std::vector<NuvMIDIEntry*> orphans; // no thread could be started: reaped by the next wait
+};
+
+// Never destroyed: a reaper may still finish while the process exits.
+Reapers& TheReapers() {
+    static Reapers* reapers = new Reapers;
+    return *reapers;
+}
 
 const char* const kIn = "\n\n <--- IN --- \n\n";
 const char* const kOut = "\n\n --- OUT ---> \n\n";
@@ -33,7 +58,10 @@ NuvMIDIEntry::NuvMIDIEntry()
       m_pWatcher(nullptr) {}
 
 NuvMIDIEntry* NuvMIDIEntry::GetInstance() {
-    pthread_mutex_lock(&g_libraryMutex);
+    // Inside a callback the reaper may be waiting for this very thread.
+    if (!NuvCallbackHandler::InCallback())
+        m_WaitForReapers();
+    std::lock_guard<std::mutex> lock(g_libraryMutex);
     if (!m_flagInit && m_entry == nullptr) {
         m_entry = new NuvMIDIEntry();
         if (m_entry->Create() != NUV_OK) {
@@ -42,19 +70,71 @@ NuvMIDIEntry* NuvMIDIEntry::GetInstance() {
             m_entry = nullptr;
         }
     }
-    NuvMIDIEntry* entry = m_entry;
-    pthread_mutex_unlock(&g_libraryMutex);
-    return entry;
+    return m_entry;
 }
 
 void NuvMIDIEntry::DeleteInstance() {
-    pthread_mutex_lock(&g_libraryMutex);
+    if (NuvCallbackHandler::InCallback()) {
+        std::lock_guard<std::mutex> lock(g_libraryMutex);
+        if (m_flagInit)
+            m_Retire();
+        return;
+    }
+    m_WaitForReapers();
+    std::lock_guard<std::mutex> lock(g_libraryMutex);
     if (m_flagInit) {
         m_entry->Destroy();
         delete m_entry;
         m_entry = nullptr;
     }
-    pthread_mutex_unlock(&g_libraryMutex);
+}
+
+// Under the library mutex, from inside a callback of this library.
+void NuvMIDIEntry::m_Retire() {
+    NuvMIDIEntry* entry = m_entry;
+    m_entry = nullptr;
+    m_flagInit = false;
+    entry->m_pDeviceManager->SilenceAll();
+    Reapers& reapers = TheReapers();
+    try {
+        reapers.threads.emplace_back([entry] {
+            m_Reap(entry);
+            std::lock_guard<std::mutex> lock(g_libraryMutex);
+            --TheReapers().running;
+            TheReapers().done.notify_all();
+        });
+        ++reapers.running; // before the reaper can count down: it needs the mutex held here
+    } catch (const std::system_error&) {
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "ERROR: no thread to destroy the library; the next NuvMIDI_Create or "
+                   "NuvMIDI_Destroy does.");
+        reapers.orphans.push_back(entry);
+    }
+}
+
+void NuvMIDIEntry::m_Reap(NuvMIDIEntry* entry) {
+    // The pass that asked for the teardown ends first: nothing of its walk is freed under it.
+    entry->m_pWatcher->NuvWatcher::Stop();
+    print_dlog(NUV_LOG_INFO, "%s\n", kIn);
+    entry->m_DestroyObjects();
+    print_dlog(NUV_LOG_INFO, "%s\n", kOut);
+    delete entry;
+}
+
+void NuvMIDIEntry::m_WaitForReapers() {
+    std::vector<std::thread> threads;
+    std::vector<NuvMIDIEntry*> orphans;
+    {
+        std::unique_lock<std::mutex> lock(g_libraryMutex);
+        Reapers& reapers = TheReapers();
+        reapers.done.wait(lock, [&] { return reapers.running == 0; });
+        threads.swap(reapers.threads);
+        orphans.swap(reapers.orphans);
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (NuvMIDIEntry* entry : orphans)
+        m_Reap(entry);
 }
 
 INuvMIDIDeviceManager* NuvMIDIEntry::GetDeviceManagerInstance() {
@@ -101,14 +181,18 @@ int NuvMIDIEntry::Create() {
 void NuvMIDIEntry::Destroy() {
     print_dlog(NUV_LOG_INFO, "%s\n", kIn);
     if (m_flagInit) {
-        m_DestroyDeviceManager();
-        m_DestroyConnectionManager();
-        m_DestroyDeviceChecker();
-        // Last: its thread runs passes until here, and its Destroy stops it.
-        m_DestroyWatcher();
+        m_DestroyObjects();
         m_flagInit = false;
     }
     print_dlog(NUV_LOG_INFO, "%s\n", kOut);
+}
+
+void NuvMIDIEntry::m_DestroyObjects() {
+    m_DestroyDeviceManager();
+    m_DestroyConnectionManager();
+    m_DestroyDeviceChecker();
+    // Last: its thread runs passes until here, and its Destroy stops it.
+    m_DestroyWatcher();
 }
 
 int NuvMIDIEntry::m_CreateWatcher() {

@@ -17,6 +17,12 @@
 // return quickly and never wait for long: while it runs, no other input is read, and a
 // callback that spins keeps normal threads of the process from running.
 //
+// A callback may call DestroyDevice and NuvMIDI_Destroy, also on what is calling it. Both
+// return at once; no callback of what they destroyed runs after they return, and its memory
+// is released by a thread of the library as soon as the callback has returned. NuvMIDI_Create
+// and NuvMIDI_Destroy called outside a callback first wait for that release: call
+// NuvMIDI_Destroy once more from the host's own thread before the process exits.
+//
 // Logging: the library's lines, FluidSynth's and ALSA's messages among them, go to standard
 // error through the core's print_dlog (NuvLog). By default only failures that leave the
 // library without a synthesizer are written. NUV_LOG_LEVEL in the environment raises or

@@ -49,6 +49,12 @@ private:
     int m_CreateDeviceManager();
     void m_DestroyDeviceManager();
     int m_StartWatchers();
+    void m_DestroyObjects();
+
+    // Destruction from inside one of the library's callbacks (NuvMIDIEntry.cpp).
+    static void m_Retire();
+    static void m_Reap(NuvMIDIEntry* entry);
+    static void m_WaitForReapers();
 
     NuvMIDIDeviceChecker* m_pDeviceChecker;
     NuvMIDIConnectionManager* m_pConnectionManager;

@@ -97,6 +97,12 @@ private:
     std::vector<ReceivedEvent> m_events;
 };
 
+// A host callback that does nothing.
+class QuietHostCallback : public NuvCallback {
+public:
+    int t_OnCallback(int, void*, void*, void*) override { return 0; }
+};
+
 // Records what a device hands to the host: code, device id, message, null.
 class RecordingHostCallback : public NuvCallback {
 public:

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "LogCapture.h"
+#include "MIDITestDevices.h"
 #include "ManagerVmFixture.h"
 #include "MidiFileWriter.h"
 #include "NuvMIDI.h"
@@ -49,11 +50,6 @@ public:
 private:
     size_t m_page;
     char* m_base;
-};
-
-class QuietHostCallback : public NuvCallback {
-public:
-    int t_OnCallback(int, void*, void*, void*) override { return 0; }
 };
 
 class BadInput : public ManagerVmTest {

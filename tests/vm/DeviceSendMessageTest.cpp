@@ -4,6 +4,8 @@
 #include <poll.h>
 #include <stdio.h>
 
+#include <memory>
+
 #include "CommandOutput.h"
 #include "DeviceVmFixture.h"
 #include "LogCapture.h"
@@ -43,7 +45,23 @@ bool NextEvent(snd_seq_t* seq, snd_seq_event_t* out,
     }
 }
 
-class DeviceSendMessage : public DeviceVmTest {};
+class DeviceSendMessage : public DeviceVmTest {
+protected:
+    // A client subscribed to the watcher's sending port, and a device to send with.
+    void ConnectPeer() {
+        m_watcher = WatcherClient();
+        ASSERT_GE(m_watcher, 0);
+        m_peer.reset(new UserSpaceClient("Nuv Send Peer"));
+        ASSERT_TRUE(m_peer->IsOpen());
+        ASSERT_EQ(0, snd_seq_connect_from(m_peer->Handle(), 0, m_watcher, 2));
+        m_device = CreateDevice(kMidiThrough);
+        ASSERT_NE(nullptr, m_device);
+    }
+
+    int m_watcher = -1;
+    std::unique_ptr<UserSpaceClient> m_peer;
+    INuvMIDIDevice* m_device = nullptr;
+};
 
 TEST_F(DeviceSendMessage, PeerOfTheSendingPortSeesEveryMessage) {
     const int watcher = WatcherClient();
@@ -87,18 +105,15 @@ TEST_F(DeviceSendMessage, PeerOfTheSendingPortSeesEveryMessage) {
 }
 
 TEST_F(DeviceSendMessage, NoteCarriesItsDurationAndNoNoteOffFollows) {
-    const int watcher = WatcherClient();
-    ASSERT_GE(watcher, 0);
-    UserSpaceClient peer("Nuv Send Peer");
-    ASSERT_TRUE(peer.IsOpen());
-    ASSERT_EQ(0, snd_seq_connect_from(peer.Handle(), 0, watcher, 2));
-    INuvMIDIDevice* device = CreateDevice(kMidiThrough);
-    ASSERT_NE(nullptr, device);
+    ASSERT_NO_FATAL_FAILURE(ConnectPeer());
+    const int watcher = m_watcher;
+    snd_seq_t* peer = m_peer->Handle();
+    INuvMIDIDevice* device = m_device;
 
     _MIDIMessage note = Message(9, 38, 127, 1);
     device->SendMessage(MIDI_EVENT_NOTE_ON, note);
     snd_seq_event_t event;
-    ASSERT_TRUE(NextEvent(peer.Handle(), &event));
+    ASSERT_TRUE(NextEvent(peer, &event));
     EXPECT_EQ(SND_SEQ_EVENT_NOTEON, event.type);
     EXPECT_EQ(watcher, event.source.client);
     EXPECT_EQ(2, event.source.port);
@@ -110,7 +125,7 @@ TEST_F(DeviceSendMessage, NoteCarriesItsDurationAndNoNoteOffFollows) {
     // The next event is the next message sent, not a note-off for the note's end.
     _MIDIMessage marker = Message(0, 1, 1);
     device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, marker);
-    ASSERT_TRUE(NextEvent(peer.Handle(), &event));
+    ASSERT_TRUE(NextEvent(peer, &event));
     EXPECT_EQ(SND_SEQ_EVENT_CONTROLLER, event.type);
 }
 
@@ -118,13 +133,9 @@ TEST_F(DeviceSendMessage, NoteCarriesItsDurationAndNoNoteOffFollows) {
 // variable-length type, comes with a fixed-length payload) is dropped with a line naming
 // it; whatever the type, the next message reaches the synthesizer and the port's peers.
 TEST_F(DeviceSendMessage, NoTypeValueHoldsBackTheMessagesAfterIt) {
-    const int watcher = WatcherClient();
-    ASSERT_GE(watcher, 0);
-    UserSpaceClient peer("Nuv Send Peer");
-    ASSERT_TRUE(peer.IsOpen());
-    ASSERT_EQ(0, snd_seq_connect_from(peer.Handle(), 0, watcher, 2));
-    INuvMIDIDevice* device = CreateDevice(kMidiThrough);
-    ASSERT_NE(nullptr, device);
+    ASSERT_NO_FATAL_FAILURE(ConnectPeer());
+    snd_seq_t* peer = m_peer->Handle();
+    INuvMIDIDevice* device = m_device;
     LogCapture log;
 
     for (int type = 0; type < 256; ++type) {
@@ -137,7 +148,7 @@ TEST_F(DeviceSendMessage, NoTypeValueHoldsBackTheMessagesAfterIt) {
 
         snd_seq_event_t event;
         bool heard = false;
-        while (!heard && NextEvent(peer.Handle(), &event))
+        while (!heard && NextEvent(peer, &event))
             heard = event.type == SND_SEQ_EVENT_CONTROLLER && event.data.control.param == 7 &&
                     event.data.control.value == volume;
         ASSERT_TRUE(heard) << "the port's peer did not get the next message";

@@ -16,6 +16,7 @@ set -euo pipefail
 
 cache=${NUV_ARMHF_CACHE:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/nuvmidi/armhf}
 mirror=${NUV_DEBIAN_MIRROR:-http://deb.debian.org/debian}
+host_arch=$(dpkg --print-architecture)
 
 die() {
   echo "fetch-armhf: $*" >&2
@@ -59,7 +60,7 @@ private_apt() {
   "$tool" -o Dir="$apt_root" -o Dir::State::status="$apt_root/status" \
     -o Dir::Etc::Parts="$apt_root/apt.conf.d" -o Dir::Etc::PreferencesParts="$apt_root/preferences.d" \
     -o Dir::Etc::TrustedParts=/etc/apt/trusted.gpg.d -o Dir::Etc::SourceParts="$apt_root/sources.list.d" \
-    -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Architectures::=amd64 \
+    -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Architectures::="$host_arch" \
     -o APT::Sandbox::User=root -o Acquire::Retries=5 -o Acquire::Languages=none \
     -o APT::Install-Recommends=false "$@"
 }
@@ -77,7 +78,7 @@ apt_update() {
   local try
   for try in 1 2 3; do
     if private_apt apt-get update -q >"$apt_root/update.log" 2>&1 &&
-      ! grep -q '^[EW]: ' "$apt_root/update.log"; then
+      ! grep -q '^E: ' "$apt_root/update.log"; then
       touch "$apt_root/lists.stamp"
       return 0
     fi
@@ -160,7 +161,7 @@ fetch_kernel() {
   mkdir -p "$work" "$cache/kernel.new"
   kroot=$cache/kernel.new
   (cd "$work" && apt_fetch download "linux-image-$abi=$version" "linux-headers-$abi=$version" \
-    "linux-headers-${abi%-armmp}-common=$version" "linux-kbuild-6.1:amd64=$version" \
+    "linux-headers-${abi%-armmp}-common=$version" "linux-kbuild-6.1:$host_arch=$version" \
     "linux-source-6.1=$version")
   for deb in "$work"/linux-{image,headers,kbuild}-*.deb; do dpkg-deb -x "$deb" "$kroot"; done
   keep_links_inside "$kroot"

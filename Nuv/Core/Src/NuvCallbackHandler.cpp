@@ -2,6 +2,11 @@
 #include "NuvCallback"
 #include "NuvResult"
 
+namespace {
+// Walks in progress on this thread, of any handler.
+thread_local int t_callbackDepth = 0;
+} // namespace
+
 NuvCallbackHandler::~NuvCallbackHandler() {}
 
 int NuvCallbackHandler::Create() {
@@ -25,6 +30,8 @@ int NuvCallbackHandler::RegisterCallback(NuvCallback* callback) {
     if (callback == nullptr || !m_mutex.FlagCreate())
         return NUV_ERR_GENERAL;
     NuvMutexGuard guard(m_mutex);
+    if (m_bSilenced)
+        return NUV_ERR_GENERAL;
     m_mapCallback[reinterpret_cast<uintptr_t>(callback)] = callback;
     return NUV_OK;
 }
@@ -41,6 +48,7 @@ void NuvCallbackHandler::ExecuteCallback(int event, void* arg1, void* arg2, void
     if (!m_mutex.FlagCreate())
         return;
     NuvMutexGuard guard(m_mutex);
+    ++t_callbackDepth;
     // The map may change during a call (the lock is recursive), so every step looks the
     // next key up afresh: a callback removed meanwhile is skipped, and no iterator is
     // held across a call.
@@ -50,4 +58,22 @@ void NuvCallbackHandler::ExecuteCallback(int event, void* arg1, void* arg2, void
         it->second->t_OnCallback(event, arg1, arg2, arg3);
         it = m_mapCallback.upper_bound(key);
     }
+    --t_callbackDepth;
+}
+
+// Walks run on the watcher thread, where this is called from inside a callback: taking the
+// recursive mutex there does not wait, and a host thread holds it only to change the map.
+void NuvCallbackHandler::Silence() {
+    if (!m_mutex.FlagCreate()) {
+        m_bSilenced = true;
+        m_mapCallback.clear();
+        return;
+    }
+    NuvMutexGuard guard(m_mutex);
+    m_bSilenced = true;
+    m_mapCallback.clear();
+}
+
+bool NuvCallbackHandler::InCallback() {
+    return t_callbackDepth > 0;
 }

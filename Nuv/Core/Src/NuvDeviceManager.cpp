@@ -5,8 +5,11 @@
 #include <string.h>
 
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <set>
+#include <system_error>
+#include <thread>
 
 #include "NuvConnectionManager"
 #include "NuvLog"
@@ -14,19 +17,22 @@
 
 namespace {
 
-// The connectors whose device a host thread is destroying right now, outside the manager's
-// mutex. The removal of such a connector waits here before the connection manager may
-// delete it, since the device's Destroy still talks to its connector.
+struct Teardowns;
+void DestroyDevice(Teardowns& teardowns, NuvDevice* device);
+
+// The connectors whose device a host thread or the reaper is destroying right now, outside
+// the manager's mutex. The removal of such a connector waits here before the connection
+// manager may delete it, since the device's Destroy still talks to its connector.
 struct Teardowns {
     void Begin(const NuvConnector* connector) {
         std::lock_guard<std::mutex> lock(mutex);
         connectors.insert(connector);
     }
+    // Notifies under the lock: the manager may free this object as soon as it sees the
+    // last teardown end.
     void End(const NuvConnector* connector) {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            connectors.erase(connectors.find(connector));
-        }
+        std::lock_guard<std::mutex> lock(mutex);
+        connectors.erase(connectors.find(connector));
         finished.notify_all();
     }
     void WaitUntilDone(const NuvConnector* connector) {
@@ -34,9 +40,56 @@ struct Teardowns {
         finished.wait(lock, [&] { return connectors.count(connector) == 0; });
     }
 
+    // Hands a device whose teardown has begun to the reaper, started on first use. Without
+    // a thread the device waits for StopReaper.
+    void Retire(NuvDevice* device) {
+        std::lock_guard<std::mutex> lock(mutex);
+        retired.push_back(device);
+        if (!reaper.joinable()) {
+            try {
+                reaper = std::thread([this] { Reap(); });
+            } catch (const std::system_error&) {
+                print_dlog(NUV_LOG_INFO, "%s\n",
+                           "\n[NuvDeviceManager] no reaper thread: the device goes with the "
+                           "manager\n");
+            }
+        }
+        work.notify_all();
+    }
+    void Reap() {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (;;) {
+            work.wait(lock, [&] { return !retired.empty() || stopping; });
+            if (retired.empty())
+                return;
+            NuvDevice* device = retired.front();
+            retired.pop_front();
+            lock.unlock();
+            DestroyDevice(*this, device);
+            lock.lock();
+        }
+    }
+    // Ends the reaper once every retired device is gone.
+    void StopReaper() {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            stopping = true;
+            work.notify_all();
+        }
+        if (reaper.joinable())
+            reaper.join();
+        for (NuvDevice* device : retired)
+            DestroyDevice(*this, device);
+        retired.clear();
+    }
+
     std::mutex mutex;
     std::condition_variable finished;
     std::multiset<const NuvConnector*> connectors;
+    std::condition_variable work;
+    std::deque<NuvDevice*> retired; // destroyed from inside a callback, not yet released
+    std::thread reaper;
+    bool stopping = false;
 };
 
 Teardowns& TeardownsOf(void* reserved) {
@@ -98,6 +151,7 @@ int NuvDeviceManager::Destroy() {
     }
     for (auto& entry : devices)
         DestroyDevice(TeardownsOf(m_pReserved), entry.second);
+    TeardownsOf(m_pReserved).StopReaper();
     // Still registered while the devices went, so a connector removal meanwhile waited for
     // them. Unregistering waits for an announcement in progress to finish.
     m_pConnectionManager->UnregisterCallback(this);
@@ -195,8 +249,22 @@ int NuvDeviceManager::t_DestroyDevice(int id) {
         m_mapDevice.erase(it);
         TeardownsOf(m_pReserved).Begin(device->GetConnector());
     }
+    if (NuvCallbackHandler::InCallback()) {
+        device->Silence();
+        TeardownsOf(m_pReserved).Retire(device);
+        return NUV_OK;
+    }
     DestroyDevice(TeardownsOf(m_pReserved), device);
     return NUV_OK;
+}
+
+void NuvDeviceManager::SilenceAll() {
+    NuvCallbackHandler::Silence();
+    if (!m_mutex.FlagCreate())
+        return;
+    NuvMutexGuard guard(m_mutex);
+    for (auto& entry : m_mapDevice)
+        entry.second->Silence();
 }
 
 NuvDevice* NuvDeviceManager::t_FindDevice(int id) {

@@ -1,0 +1,228 @@
+// Host callbacks that destroy what is calling them, unregister themselves or block: the
+// calls return, nothing that was destroyed or unregistered calls back afterwards, and the
+// library goes on (or is created again).
+#include <atomic>
+#include <functional>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include "MIDITestDevices.h"
+#include "ManagerVmFixture.h"
+#include "NuvMIDIDevice.h"
+#include "VirtualKeyboard.h"
+
+struct NuvMIDIDeviceProbe {
+    static int HostCalls(INuvMIDIDevice* device) {
+        auto* midiDevice = static_cast<NuvMIDIDevice*>(device);
+        std::lock_guard<std::mutex> lock(midiDevice->m_callMutex);
+        return midiDevice->m_nHostCalls;
+    }
+};
+
+namespace {
+
+// Runs `action` in its first call, on the watcher thread; counts the calls after it.
+class ActingCallback : public NuvCallback {
+public:
+    explicit ActingCallback(std::function<int()> action) : m_action(std::move(action)) {}
+    int t_OnCallback(int, void*, void*, void*) override {
+        if (acted.load())
+            late.fetch_add(1);
+        if (!m_started.exchange(true)) {
+            result = m_action();
+            acted = true;
+        }
+        return 0;
+    }
+    std::atomic<bool> acted{false};
+    std::atomic<int> result{-1};
+    std::atomic<int> late{0};
+
+private:
+    std::atomic<bool> m_started{false};
+    std::function<int()> m_action;
+};
+
+// Counts the calls that come once `after` holds.
+class LateCallCounter : public NuvCallback {
+public:
+    explicit LateCallCounter(const std::atomic<bool>& after) : m_after(after) {}
+    int t_OnCallback(int, void*, void*, void*) override {
+        if (m_after.load())
+            late.fetch_add(1);
+        return 0;
+    }
+    std::atomic<int> late{0};
+
+private:
+    const std::atomic<bool>& m_after;
+};
+
+enum class Trigger { Note, Arrival }; // a key of keyboard 0; a new client appears
+enum class Action { DestroyDevice, DestroyLibrary, UnregisterItself };
+struct Case {
+    const char* name;
+    Trigger trigger;
+    Action action;
+    int result;
+};
+
+// Keyboard 0 taken, keyboard 1 created, both played through their raw nodes.
+class KeyboardCallbacks : public ManagerVmTest {
+protected:
+    void SetUp() override {
+        ManagerVmTest::SetUp();
+        if (HasFatalFailure())
+            return;
+        m_keyboards = VirtualKeyboard::FindAll();
+        ASSERT_GE(m_keyboards.size(), 2u);
+        m_device = TakeKeyboard(0);
+        m_other = CreateKeyboard(1);
+        ASSERT_TRUE(m_device != nullptr && m_other != nullptr);
+    }
+    // True once the events sent so far have been read: a marker from keyboard 1 arrived.
+    bool EarlierEventsRead() {
+        RecordingHostCallback marker;
+        const bool arrived = m_other->RegisterCallback(&marker) == 1 &&
+                             m_keyboards[1].Write({0x90, 40, 1}) &&
+                             WaitFor([&] { return marker.Count() > 0; });
+        m_other->UnregisterCallback(&marker);
+        return arrived;
+    }
+
+    std::vector<VirtualKeyboard> m_keyboards;
+    INuvMIDIDevice* m_device = nullptr;
+    INuvMIDIDevice* m_other = nullptr;
+};
+
+class CallbackActions : public KeyboardCallbacks, public ::testing::WithParamInterface<Case> {};
+
+TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
+    const Case& c = GetParam();
+    const int id = m_device->GetID();
+    std::atomic<bool> entered{false};
+    ActingCallback callback([&] {
+        entered = true;
+        // A host call of the device is under way, waiting for the walk that runs us.
+        if (c.trigger == Trigger::Note)
+            WaitFor([&] { return NuvMIDIDeviceProbe::HostCalls(m_device) > 0; });
+        switch (c.action) {
+        case Action::DestroyDevice:
+            return m_manager->DestroyDevice(id);
+        case Action::DestroyLibrary:
+            NuvMIDIEntry::DeleteInstance();
+            return 0;
+        case Action::UnregisterItself:
+            break;
+        }
+        return m_device->UnregisterCallback(&callback);
+    });
+    LateCallCounter witness(callback.acted);
+    if (c.trigger == Trigger::Note) {
+        ASSERT_EQ(1, m_device->RegisterCallback(&callback));
+    } else {
+        ASSERT_EQ(NUV_OK, m_manager->RegisterCallback(&callback));
+    }
+    if (c.action != Action::UnregisterItself) {
+        ASSERT_EQ(1, m_device->RegisterCallback(&witness));
+    }
+    if (c.action == Action::DestroyLibrary) {
+        ASSERT_EQ(NUV_OK, m_manager->RegisterCallback(&witness));
+    }
+
+    std::thread host;
+    std::unique_ptr<UserSpaceClient> newcomer;
+    QuietHostCallback quiet;
+    if (c.trigger == Trigger::Note) {
+        host = std::thread([&] {
+            WaitFor([&] { return entered.load(); });
+            m_device->RegisterCallback(&quiet);
+        });
+        ASSERT_TRUE(m_keyboards[0].Write({0x90, 60, 100}));
+    } else {
+        newcomer.reset(new UserSpaceClient("Nuv Pedal"));
+    }
+    const bool returned = WaitFor([&] { return callback.acted.load(); }, std::chrono::seconds(10));
+    if (host.joinable())
+        returned ? host.join() : host.detach();
+    ASSERT_TRUE(returned) << "the call from inside the callback did not return";
+    EXPECT_EQ(c.result, callback.result.load());
+
+    // Whatever could call back now: the keyboard plays, a client comes and goes.
+    m_keyboards[0].Write({0x90, 62, 100});
+    if (c.action == Action::DestroyLibrary) {
+        UserSpaceClient("Nuv Late Pedal").Close();
+        EXPECT_EQ(nullptr, NuvMIDIEntry::GetDeviceManagerInstance());
+        // Waits for the destroyed library to be gone, its watcher thread first.
+        ASSERT_NE(nullptr, NuvMIDIEntry::GetInstance());
+        m_manager = NuvMIDIEntry::GetDeviceManagerInstance();
+    } else {
+        EXPECT_TRUE(EarlierEventsRead());
+        if (c.trigger == Trigger::Arrival)
+            m_manager->UnregisterCallback(&callback);
+    }
+    EXPECT_EQ(0, callback.late.load());
+    EXPECT_EQ(0, witness.late.load());
+    if (c.action == Action::UnregisterItself) {
+        EXPECT_EQ(1, m_device->UnregisterCallback(&quiet));
+        return;
+    }
+    EXPECT_EQ(nullptr, m_manager->GetDevice(id));
+    EXPECT_TRUE(WaitFor([&] { return CreateKeyboard(0) != nullptr; }))
+        << "the keyboard can be created again";
+}
+
+// Waits in every call until the gate opens.
+class GatedCallback : public NuvCallback {
+public:
+    explicit GatedCallback(std::shared_future<void> gate) : m_gate(std::move(gate)) {}
+    int t_OnCallback(int, void*, void*, void*) override {
+        calls.fetch_add(1);
+        m_gate.wait();
+        return 0;
+    }
+    std::atomic<int> calls{0};
+
+private:
+    std::shared_future<void> m_gate;
+};
+
+// A callback that blocks holds back only the input after it: the host's calls on other
+// threads go on, and every key played meanwhile arrives once it returns.
+TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
+    std::promise<void> open; // broken, and so open, if the test ends early
+    GatedCallback gated(open.get_future().share());
+    ASSERT_EQ(1, m_device->RegisterCallback(&gated));
+    ASSERT_TRUE(m_keyboards[0].Write({0x90, 60, 100}));
+    ASSERT_TRUE(WaitFor([&] { return gated.calls.load() == 1; }));
+
+    _MIDIMessage volume = Message(0, 7, 77);
+    EXPECT_EQ(0, m_device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, volume));
+    _MIDIMessage answer = Message(0, 7, 0);
+    EXPECT_TRUE(WaitFor([&] {
+        m_device->GetInformation(MIDI_EVENT_CONTROL_CHANGE, &answer);
+        return answer.value == 77;
+    }));
+    EXPECT_EQ(m_other, m_manager->GetDevice(m_other->GetID()));
+    for (uint8_t key = 61; key < 64; ++key)
+        ASSERT_TRUE(m_keyboards[0].Write({0x90, key, 100}));
+
+    open.set_value();
+    EXPECT_TRUE(WaitFor([&] { return gated.calls.load() == 4; }));
+    EXPECT_EQ(1, m_device->UnregisterCallback(&gated));
+}
+
+const Case kCases[] = {
+    {"KeyCallbackDestroysItsDevice", Trigger::Note, Action::DestroyDevice, NUV_OK},
+    {"KeyCallbackDestroysTheLibrary", Trigger::Note, Action::DestroyLibrary, 0},
+    {"ArrivalCallbackDestroysADevice", Trigger::Arrival, Action::DestroyDevice, NUV_OK},
+    {"ArrivalCallbackDestroysTheLibrary", Trigger::Arrival, Action::DestroyLibrary, 0},
+    {"KeyCallbackUnregistersItself", Trigger::Note, Action::UnregisterItself, 1},
+};
+INSTANTIATE_TEST_SUITE_P(FromInsideACallback, CallbackActions, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<Case>& info) {
+                             return std::string(info.param.name);
+                         });
+
+} // namespace
