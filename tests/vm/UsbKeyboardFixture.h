@@ -134,8 +134,10 @@ protected:
         return m_manager->CreateDevice(keyboard.Product().c_str());
     }
 
+    // The emulated ARM guest, with host threads calling in, takes longer than the default.
     bool WaitForDeparture(const std::string& uid) {
-        return WaitFor([&] { return m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid) > 0; });
+        const auto deadline = std::chrono::milliseconds(long(5000 * TimeScale()));
+        return WaitFor([&] { return m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid) > 0; }, deadline);
     }
 
     NuvMIDIDeviceManager* Impl() const { return static_cast<NuvMIDIDeviceManager*>(m_manager); }
