@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdio>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <set>
 #include <shared_mutex>
@@ -155,16 +154,17 @@ TEST_F(UsbUnplug, WhileHostThreadsCallIntoItsDevice) {
     std::vector<std::thread> threads;
     // Stops and joins the host threads however the test leaves: a failed assertion would
     // otherwise destroy joinable threads and end the whole test binary.
-    auto joinAll = [&] {
-        stop = true;
-        for (std::thread& thread : threads)
-            if (thread.joinable())
-                thread.join();
-    };
     struct Joiner {
-        std::function<void()> join;
-        ~Joiner() { join(); }
-    } joiner{joinAll};
+        std::atomic<bool>& stop;
+        std::vector<std::thread>& threads;
+        void Join() {
+            stop = true;
+            for (std::thread& thread : threads)
+                if (thread.joinable())
+                    thread.join();
+        }
+        ~Joiner() { Join(); }
+    } joiner{stop, threads};
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             _MIDIDeviceInfo src = ManagerVmTest::End(other, MIDI_DEVICE_TYPE_SOURCE);
@@ -200,7 +200,7 @@ TEST_F(UsbUnplug, WhileHostThreadsCallIntoItsDevice) {
     const int atDeparture = calls;
     EXPECT_TRUE(WaitFor([&] { return calls > atDeparture + 400; }, seconds(10)))
         << "host calls go on after the departure";
-    joinAll();
+    joiner.Join();
 
     EXPECT_EQ(1u, m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid));
     EXPECT_EQ(1u, m_host.Count([&](const HostLog::Entry& e) {
