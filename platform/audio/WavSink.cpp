@@ -78,10 +78,12 @@ int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
     return AUDIO_IO_ERROR_NONE;
 }
 
+// Prepared again after an unprepare, the device goes on from where it stopped playing, so
+// that the time between becomes silence in the file.
 int Prepare(NuvAudioSink* base) {
     WavSink* sink = Wav(base);
-    sink->running = false;
-    sink->playedNs = NuvAudio_NowNs();
+    if (sink->playedNs == 0)
+        sink->playedNs = NuvAudio_NowNs();
     return AUDIO_IO_ERROR_NONE;
 }
 
@@ -101,6 +103,20 @@ bool WriteSilence(WavSink* sink, int64_t now) {
     return true;
 }
 
+// Frames still queued at `now`; a device that has played everything runs dry (an underrun
+// while it was playing).
+uint64_t Queued(WavSink* sink, int64_t now) {
+    if (!sink->running)
+        return 0;
+    const int64_t endNs = sink->startNs + FramesToNs(sink, sink->runFrames);
+    if (now < endNs)
+        return uint64_t(endNs - now) * sink->format.rate / 1000000000ull;
+    NuvAudioStats_CountUnderrun(sink);
+    sink->running = false;
+    sink->playedNs = endNs;
+    return 0;
+}
+
 long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     WavSink* sink = Wav(base);
     const auto* bytes = static_cast<const unsigned char*>(data);
@@ -109,11 +125,7 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     while (left > 0) {
         const unsigned long chunk = left < kNuvAudioPeriodFrames ? left : kNuvAudioPeriodFrames;
         const int64_t now = NuvAudio_NowNs();
-        if (sink->running && now >= sink->startNs + FramesToNs(sink, sink->runFrames)) {
-            NuvAudioStats_CountUnderrun();
-            sink->running = false;
-            sink->playedNs = sink->startNs + FramesToNs(sink, sink->runFrames);
-        }
+        Queued(sink, now);
         if (!sink->running) {
             if (now > sink->playedNs && !WriteSilence(sink, now))
                 return AUDIO_IO_ERROR_INVALID_OPERATION;
@@ -135,9 +147,20 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     return long(frames);
 }
 
+long WaitQueued(NuvAudioSink* base, unsigned long frames) {
+    WavSink* sink = Wav(base);
+    if (Queued(sink, NuvAudio_NowNs()) > frames)
+        NuvAudio_SleepUntilNs(sink->startNs + FramesToNs(sink, sink->runFrames - frames));
+    return long(Queued(sink, NuvAudio_NowNs()));
+}
+
 int Unprepare(NuvAudioSink* base) {
     WavSink* sink = Wav(base);
-    sink->running = false;
+    if (sink->running) {
+        // What was queued is in the file already; the device stops at its end.
+        sink->running = false;
+        sink->playedNs = sink->startNs + FramesToNs(sink, sink->runFrames);
+    }
     WriteHeader(sink);
     return AUDIO_IO_ERROR_NONE;
 }
@@ -155,5 +178,5 @@ unsigned long BufferFrames(const NuvAudioSink*) {
 
 } // namespace
 
-const NuvAudioSinkDriver g_nuvWavSinkDriver = {"wav",     Open,  Prepare,     Write,
-                                               Unprepare, Close, BufferFrames};
+const NuvAudioSinkDriver g_nuvWavSinkDriver = {"wav",      Open,      Prepare, Write,
+                                               WaitQueued, Unprepare, Close,   BufferFrames};
