@@ -186,7 +186,11 @@ unsigned long BufferFrames(const NuvAudioSink* sink) {
     return static_cast<const AlsaSink*>(sink)->bufferFrames;
 }
 
+unsigned long PeriodFrames(const NuvAudioSink* sink) {
+    return static_cast<const AlsaSink*>(sink)->periodFrames;
+}
+
 } // namespace
 
-const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {"alsa",     Open,      Prepare, Write,
-                                                WaitQueued, Unprepare, Close,   BufferFrames};
+const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {
+    "alsa", Open, Prepare, Write, WaitQueued, Unprepare, Close, BufferFrames, PeriodFrames};

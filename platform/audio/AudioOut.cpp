@@ -46,8 +46,9 @@ std::atomic<uint64_t> g_fillTarget{0};
 // A low-latency writer keeps two periods queued at first; each time the output runs dry
 // anyway the target grows by a period, up to all of the buffer but one period. After ten
 // seconds of sound without running dry it narrows again by a period, down to the first
-// target: a stall that came once (the first sound of a process, whose code and samples
-// are touched for the first time) does not cost every later note its latency.
+// target, and a stream prepared again starts from the first target: a stall that came once
+// (the first sound of a process, whose code and samples are touched for the first time)
+// does not cost every later note its latency.
 constexpr unsigned long kFirstFillTargetPeriods = 2;
 constexpr unsigned long kCalmSeconds = 10;
 
@@ -153,8 +154,10 @@ NUV_AUDIO_API int audio_out_prepare(audio_out_h output) {
     if (output->prepared)
         return AUDIO_IO_ERROR_NONE;
     const int result = output->driver->prepare(output->sink);
-    if (result == AUDIO_IO_ERROR_NONE)
+    if (result == AUDIO_IO_ERROR_NONE) {
         output->prepared = true;
+        output->fillTarget = 0; // a stream started afresh starts from the first target
+    }
     return result;
 }
 
@@ -211,8 +214,7 @@ NUV_AUDIO_API int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* 
     if (!output->prepared)
         return AUDIO_IO_ERROR_INVALID_STATE;
     const unsigned long buffer = output->driver->bufferFrames(output->sink);
-    const unsigned long period =
-        kNuvAudioPeriodFrames < buffer / 2 ? kNuvAudioPeriodFrames : buffer / 2;
+    const unsigned long period = output->driver->periodFrames(output->sink);
     if (output->fillTarget == 0) {
         output->fillTarget = period * kFirstFillTargetPeriods;
         output->underrunsSeen = output->sink->underruns;

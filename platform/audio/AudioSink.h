@@ -15,11 +15,11 @@ struct NuvAudioFormat {
     unsigned int FrameBytes() const { return channels * bytesPerSample; }
 };
 
-// 256-frame periods (5.3 ms at 48 000 Hz), eight of them buffered (42.7 ms). A writer
-// that blocks on a full buffer queues all of it; a low-latency writer keeps only its fill
-// target queued (nuv_audio_out_wait_for_room), two periods at first, and the rest of the
-// buffer is room to widen the target into when the output runs dry anyway. A sink starts
-// playing once one period is queued. Shorter periods do not help in the test VM: its
+// The ALSA sink's 256-frame periods (5.3 ms at 48 000 Hz), eight of them buffered
+// (42.7 ms). A writer that blocks on a full buffer queues all of it; a low-latency writer
+// keeps only its fill target queued (nuv_audio_out_wait_for_room), two periods at first,
+// and the rest of the buffer is room to widen the target into when the output runs dry
+// anyway. The PCM starts playing once one period is queued. Shorter periods do not help in the test VM: its
 // loopback card moves on in steps of 8 ms (two ticks of the kernel's 250 Hz timer), so a
 // target below 8 ms runs dry at every step.
 constexpr unsigned long kNuvAudioPeriodFrames = 256;
@@ -46,6 +46,7 @@ struct NuvAudioSinkDriver {
     int (*unprepare)(NuvAudioSink* sink);
     void (*close)(NuvAudioSink* sink);
     unsigned long (*bufferFrames)(const NuvAudioSink* sink);
+    unsigned long (*periodFrames)(const NuvAudioSink* sink);
 };
 
 extern const NuvAudioSinkDriver g_nuvAlsaSinkDriver;

@@ -29,7 +29,12 @@ WavSink* Wav(NuvAudioSink* sink) {
     return static_cast<WavSink*>(sink);
 }
 
-constexpr unsigned long kBufferFrames = kNuvAudioPeriodFrames * kNuvAudioPeriods;
+// Four 512-frame periods (42.7 ms): a writer keeping two of them queued wakes with at least
+// 10.7 ms still to play, which rides out the hiccups of a busy machine's clock sleeps
+// (no poll on a device paces it), and a note played while the device runs lands in the
+// file at most 21.3 ms behind the clock, as late as a listener would hear it.
+constexpr unsigned long kPeriodFrames = 512;
+constexpr unsigned long kBufferFrames = kPeriodFrames * 4;
 
 void PutLE(unsigned char* at, uint32_t value, int bytes) {
     for (int i = 0; i < bytes; ++i)
@@ -89,7 +94,7 @@ int Prepare(NuvAudioSink* base) {
 
 // Writes the frames of silence that the device would have played since `playedNs`.
 bool WriteSilence(WavSink* sink, int64_t now) {
-    static const unsigned char kZeros[kNuvAudioPeriodFrames * 8] = {};
+    static const unsigned char kZeros[kPeriodFrames * 8] = {};
     const unsigned int frameBytes = sink->format.FrameBytes();
     const unsigned long zerosFrames = sizeof kZeros / frameBytes;
     uint64_t left = uint64_t(now - sink->playedNs) * sink->format.rate / 1000000000ull;
@@ -123,7 +128,7 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     const unsigned int frameBytes = sink->format.FrameBytes();
     unsigned long left = frames;
     while (left > 0) {
-        const unsigned long chunk = left < kNuvAudioPeriodFrames ? left : kNuvAudioPeriodFrames;
+        const unsigned long chunk = left < kPeriodFrames ? left : kPeriodFrames;
         const int64_t now = NuvAudio_NowNs();
         Queued(sink, now);
         if (!sink->running) {
@@ -176,7 +181,11 @@ unsigned long BufferFrames(const NuvAudioSink*) {
     return kBufferFrames;
 }
 
+unsigned long PeriodFrames(const NuvAudioSink*) {
+    return kPeriodFrames;
+}
+
 } // namespace
 
-const NuvAudioSinkDriver g_nuvWavSinkDriver = {"wav",      Open,      Prepare, Write,
-                                               WaitQueued, Unprepare, Close,   BufferFrames};
+const NuvAudioSinkDriver g_nuvWavSinkDriver = {
+    "wav", Open, Prepare, Write, WaitQueued, Unprepare, Close, BufferFrames, PeriodFrames};
