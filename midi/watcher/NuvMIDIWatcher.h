@@ -71,6 +71,7 @@ private:
     // instead (see PendingStart).
     bool m_OnClientStart(int client, int port, bool mayWait);
     bool m_DecidePendingStarts();
+    unsigned long m_NextPassMs() const;
     bool m_HasPlaceholderName(int client);
     bool m_HasPort(int client, int port);
     void m_OnClientExit(const snd_seq_event_t* ev);
@@ -90,9 +91,9 @@ private:
     // or had not made its announced port yet. Passes start as soon as input waits, so the
     // announcement of a new client is often read before the client has named itself, and
     // a kernel client (a USB keyboard's) announces itself before its port exists: a device
-    // offered then could not be subscribed to. It is decided by the first pass at least
-    // kNamingGraceNs later, as a pass once per period would have seen it, and waits for
-    // the name and the port up to kNamingLimitNs. Only the watcher thread uses the list.
+    // offered then could not be subscribed to. It is decided by a pass kNamingGraceNs
+    // later (the one timer the watcher sets, see m_NextPassMs), and waits for the name and
+    // the port up to kNamingLimitNs. Only the watcher thread uses the list.
     struct PendingStart {
         int client;
         int port;
