@@ -109,8 +109,12 @@ bool NuvMIDIWatcher::m_DecidePendingStarts() {
 
 // Nothing but input wakes the watcher, except a client start set aside: the next pass
 // comes when the first of them is due, and while one waits for its name (the sequencer
-// announces no renaming) once per grace period until its limit.
+// announces no renaming) once per grace period until its limit. A pass that left events
+// in the input buffer (a recorder's start ends the reading) has the next one come at
+// once: poll() sees only what is still in the kernel.
 unsigned long NuvMIDIWatcher::m_NextPassMs() const {
+    if (m_pSeqHandle != nullptr && snd_seq_event_input_pending(m_pSeqHandle, 0) > 0)
+        return 1;
     if (m_pendingStarts.empty())
         return 0;
     const int64_t now = MonotonicNs();
