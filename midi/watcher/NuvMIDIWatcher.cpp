@@ -12,8 +12,6 @@
 namespace {
 // The MIDI watcher and connector carry the bit position of the MIDI device-type code.
 const int kMIDIWatcherType = 9;
-// A pass runs when the sequencer has input waiting, and at least every 30 ms.
-const unsigned long kPassPeriodMs = 30;
 
 // Incoming MIDI is read at real-time priority where the system allows it: the kernel drops
 // everything waiting for the watcher when its input pool overflows, so the watcher must run
@@ -52,7 +50,8 @@ int NuvMIDIWatcher::Create() {
         m_DestroySequencer();
         return NUV_ERR_GENERAL;
     }
-    SetPeriod(kPassPeriodMs);
+    // Passes run when the sequencer has input waiting, with no timer (see m_NextPassMs).
+    SetPeriod(0);
     const int result = NuvWatcher::Create();
     if (result != 0) {
         // A failed Create leaves nothing for its owner to release.
@@ -90,6 +89,7 @@ void NuvMIDIWatcher::t_ExtraEnumerate() {
         }
     }
     m_CheckDevices();
+    SetPeriod(m_NextPassMs());
 }
 
 // Only the watcher thread changes the candidate map while it runs, so its own pass may
