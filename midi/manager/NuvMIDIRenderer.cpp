@@ -238,8 +238,11 @@ void NuvMIDIRenderer::t_Main() {
             if (NuvMIDIBlockIsSilent(block))
                 memset(block, 0, kNuvMIDIBlockBytes);
         }
-        if (m_pcm_handle != nullptr && blocks > 0)
-            audio_out_write(m_pcm_handle, m_pcm_buf, unsigned(blocks * kNuvMIDIBlockBytes));
+        // An output that refuses the batch must not turn the loop into a spin at real-time
+        // priority: the batch's time is waited out instead.
+        if (m_pcm_handle != nullptr && blocks > 0 &&
+            audio_out_write(m_pcm_handle, m_pcm_buf, unsigned(blocks * kNuvMIDIBlockBytes)) < 0)
+            clock.Wait(blocks);
     }
     free(m_pcm_buf);
     m_pcm_buf = nullptr;

@@ -18,6 +18,7 @@ struct AlsaSink : NuvAudioSink {
     std::string name;
     snd_pcm_uframes_t bufferFrames = 0;
     snd_pcm_uframes_t periodFrames = 0;
+    unsigned int rate = 0;
     snd_pcm_uframes_t wakeLevel = 0; // the queue's level at which the PCM's poll wakes
     bool underrunLogged = false;     // one notice per prepared stream, however often it pauses
 };
@@ -47,6 +48,7 @@ int Configure(AlsaSink& sink, const NuvAudioFormat& format) {
     snd_pcm_hw_params_get_buffer_size(hw, &buffer);
     sink.bufferFrames = buffer;
     sink.periodFrames = period;
+    sink.rate = rate;
     sink.wakeLevel = buffer - period;
 
     snd_pcm_sw_params_t* sw;
@@ -143,6 +145,7 @@ long WaitQueued(NuvAudioSink* base, unsigned long frames) {
     const snd_pcm_uframes_t level = frames < sink->bufferFrames ? frames : sink->bufferFrames - 1;
     if (!SetWakeLevel(sink, level))
         return AUDIO_IO_ERROR_INVALID_OPERATION;
+    bool waited = false;
     for (;;) {
         const snd_pcm_state_t state = snd_pcm_state(sink->pcm);
         if (state == SND_PCM_STATE_PREPARED || state == SND_PCM_STATE_SETUP)
@@ -157,9 +160,19 @@ long WaitQueued(NuvAudioSink* base, unsigned long frames) {
                 room < sink->bufferFrames ? sink->bufferFrames - room : 0;
             if (queued <= level)
                 return long(queued);
+            if (waited) {
+                // The poll said there was room but the queue had not fallen: a period on the
+                // clock rather than a poll that returns at once again (no spinning at the
+                // writer's real-time priority).
+                const snd_pcm_uframes_t frames =
+                    queued - level > sink->periodFrames ? queued - level : sink->periodFrames;
+                NuvAudio_SleepUntilNs(NuvAudio_NowNs() +
+                                      int64_t(frames) * 1000000000 / int64_t(sink->rate));
+            }
             // A second without the PCM moving on is a stalled device: look again.
-            const int waited = snd_pcm_wait(sink->pcm, 1000);
-            err = waited < 0 ? waited : 0;
+            const int ready = snd_pcm_wait(sink->pcm, 1000);
+            waited = ready > 0;
+            err = ready < 0 ? ready : 0;
         }
         if (err == -EPIPE || err == -ESTRPIPE) {
             NoteUnderrun(sink);
