@@ -83,10 +83,10 @@ protected:
     }
     // True once the events sent so far have been read: a marker from keyboard 1 arrived.
     bool EarlierEventsRead() {
-        RecordingHostCallback marker;
+        CountingHostCallback marker;
         const bool arrived = m_other->RegisterCallback(&marker) == 1 &&
                              m_keyboards[1].Write({0x90, 40, 1}) &&
-                             WaitFor([&] { return marker.Count() > 0; });
+                             WaitFor([&] { return marker.calls > 0; });
         m_other->UnregisterCallback(&marker);
         return arrived;
     }
@@ -133,7 +133,7 @@ TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
 
     std::thread host;
     std::unique_ptr<UserSpaceClient> newcomer;
-    QuietHostCallback quiet;
+    CountingHostCallback quiet;
     if (c.trigger == Trigger::Note) {
         host = std::thread([&] {
             WaitFor([&] { return entered.load(); });

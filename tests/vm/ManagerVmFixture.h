@@ -8,10 +8,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "MIDITestDevices.h"
 #include "NuvMIDIDeviceManager.h"
 #include "NuvMIDIEntry.h"
 #include "VirtualKeyboard.h"
@@ -26,6 +28,32 @@ struct NuvMIDIDeviceManagerProbe {
         std::lock_guard<std::recursive_mutex> lock(manager->m_rendererMutex);
         return manager->m_pRenderer != nullptr;
     }
+};
+
+// Destroys the library when it goes: declared after a test's own host callbacks, it ends the
+// library before them however the test ends.
+struct LibraryGoesFirst {
+    ~LibraryGoesFirst() { NuvMIDIEntry::DeleteInstance(); }
+};
+
+// Puts other bytes, or nothing, in the default sound font's place for its scope (the test
+// VM runs as root); the installed font is put back afterwards.
+class DefaultFontSwap {
+public:
+    explicit DefaultFontSwap(const char* contents) : m_moved(std::rename(kPath, kSaved) == 0) {
+        if (contents != nullptr)
+            std::ofstream(kPath, std::ios::binary) << contents;
+    }
+    ~DefaultFontSwap() {
+        std::remove(kPath);
+        if (m_moved)
+            std::rename(kSaved, kPath);
+    }
+    static constexpr const char* kPath = "/usr/share/tallowin/DefaultSF.sf2";
+
+private:
+    static constexpr const char* kSaved = "/usr/share/tallowin/DefaultSF.sf2.saved-by-test";
+    bool m_moved;
 };
 
 class ManagerVmTest : public ::testing::Test {

@@ -83,12 +83,6 @@ private:
     std::vector<Entry> m_entries;
 };
 
-// Destroys the library when it goes: declared after a test's own host callbacks, it ends the
-// library before them however the test ends.
-struct LibraryGoesFirst {
-    ~LibraryGoesFirst() { NuvMIDIEntry::DeleteInstance(); }
-};
-
 class UsbKeyboardTest : public ::testing::Test {
 protected:
     void SetUp() override {

@@ -47,7 +47,10 @@ TEST_F(UsbKeyboardTest, EveryChannelMessageArrivesWithItsFieldsAndSysExDisturbsN
         {{0x8F, 61, 64}, 17, 15, 61, 64},
         {{0xB3, 7, 100}, 20, 3, 7, 100},
         {{0xC1, 5}, 21, 1, kAny, 5},
+        {{0xD2, 64}, 22, 2, kAny, 64},
         {{0xE2, 0x7F, 0x7F}, 23, 2, kAny, 8191},
+        {{0xE0, 0x00, 0x40}, 23, 0, kAny, 0},
+        {{0xEF, 0x00, 0x00}, 23, 15, kAny, -8192},
         // SysEx travels as several USB MIDI packets and is no channel message: the host is
         // not told, and the note after it arrives whole.
         {{0xF0, 0x7E, 0x7F, 0x06, 0x01, 0xF7, 0x91, 62, 90}, 16, 1, 62, 90},
@@ -63,6 +66,9 @@ TEST_F(UsbKeyboardTest, EveryChannelMessageArrivesWithItsFieldsAndSysExDisturbsN
             EXPECT_EQ(c.param, entry.message.param) << c.code;
         }
         EXPECT_EQ(c.value, entry.message.value) << c.code;
+        if (c.code >= 20) {
+            EXPECT_EQ(std::string(256, '\0'), std::string(entry.message.text, 256)) << c.code;
+        }
     }
     EXPECT_EQ(std::size(cases), m_host.Midi(id));
 }
