@@ -136,7 +136,7 @@ TEST_F(KeyPress, ReachesTheHostWithinMilliseconds) {
 
 TEST(DefaultFont, MissingIsNoFailureAndUnreadableFailsCreationLeavingNothing) {
     {
-        DefaultFontSwap missing(nullptr);
+        DefaultFontSwap missing;
         LibraryGoesFirst library;
         ASSERT_NE(nullptr, NuvMIDIEntry::GetInstance());
         INuvMIDIDeviceManager* manager = NuvMIDIEntry::GetDeviceManagerInstance();

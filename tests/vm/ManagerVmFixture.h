@@ -36,22 +36,22 @@ struct LibraryGoesFirst {
     ~LibraryGoesFirst() { NuvMIDIEntry::DeleteInstance(); }
 };
 
-// Puts other bytes, or nothing, in the default sound font's place for its scope (the test
+// Puts other bytes, or nothing at all, in the default sound font's place for its scope (the test
 // VM runs as root); the installed font is put back afterwards.
 class DefaultFontSwap {
 public:
-    explicit DefaultFontSwap(const char* contents) : m_moved(std::rename(kPath, kSaved) == 0) {
-        if (contents != nullptr)
-            std::ofstream(kPath, std::ios::binary) << contents;
+    DefaultFontSwap() : m_moved(std::rename(kPath, kSaved) == 0) {}
+    explicit DefaultFontSwap(const std::string& contents) : DefaultFontSwap() {
+        std::ofstream(kPath, std::ios::binary) << contents;
     }
     ~DefaultFontSwap() {
         std::remove(kPath);
         if (m_moved)
             std::rename(kSaved, kPath);
     }
-    static constexpr const char* kPath = "/usr/share/tallowin/DefaultSF.sf2";
 
 private:
+    static constexpr const char* kPath = "/usr/share/tallowin/DefaultSF.sf2";
     static constexpr const char* kSaved = "/usr/share/tallowin/DefaultSF.sf2.saved-by-test";
     bool m_moved;
 };
