@@ -113,9 +113,10 @@ TEST_F(CliVm, PlayAndRenderRecordTheSameFile) {
     EXPECT_NEAR(0.0, offline[0], 0.01);
     // Live, FluidSynth's player sends the events of the file's first tick once it has loaded
     // the file, 20 to 90 ms after its clock started in the VM (more under the sanitizers);
-    // from there on the notes keep to the clock in both.
-    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.02 * TimeScale());
-    EXPECT_NEAR(3.0, live[1] - live[0], 0.1 * TimeScale());
+    // from there on the notes keep to the clock in both (within what a busy machine's
+    // scheduling delays a thread by); a rest lost or counted twice is seconds.
+    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.05 * TimeScale());
+    EXPECT_NEAR(3.0, live[1] - live[0], 0.2 * TimeScale());
     unlink(song.c_str());
 }
 
