@@ -186,15 +186,6 @@ std::vector<uint8_t> BuildSoundFont(const std::vector<SoundFontPreset>& presets)
     return Chunk("RIFF", body).Data();
 }
 
-bool WriteSoundFont(const std::string& path, const std::vector<SoundFontPreset>& presets) {
-    const std::vector<uint8_t> bytes = BuildSoundFont(presets);
-    FILE* file = fopen(path.c_str(), "wb");
-    if (file == nullptr)
-        return false;
-    const bool written = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return fclose(file) == 0 && written;
-}
-
 TempFile::TempFile(const std::string& suffix) {
     const char* dir = getenv("TMPDIR");
     std::string pattern = std::string(dir != nullptr ? dir : "/tmp") + "/nuv-test-XXXXXX" + suffix;

@@ -41,12 +41,6 @@ protected:
         keyboard = TakeKeyboard(0);
         ASSERT_NE(nullptr, keyboard);
     }
-    int Stream(int srcType, int dstType, int dstId = -2) {
-        _MIDIDeviceInfo src = End(keyboard, srcType), dst = End(keyboard, dstType);
-        if (dstId != -2)
-            dst.id = dstId;
-        return m_manager->StartStream(&src, &dst) * 100000 + m_manager->StopStream(&src, &dst);
-    }
     int StartFile(const std::string& path) {
         _MIDIDeviceInfo src = FileEnd(path), dst = End(keyboard, MIDI_DEVICE_TYPE_DESTINATION);
         return m_manager->StartStream(&src, &dst);
@@ -56,101 +50,110 @@ protected:
     LogCapture log;
 };
 
-// Each call's result and the line that names the refusal; nothing is started by any.
-TEST_F(BadInput, EveryRefusalAnswersItsResultAndLogsItsLine) {
+// Refused stream ends, unplayable files and unloadable fonts: each call's result and the
+// line that names the refusal; nothing is started by any.
+TEST_F(BadInput, RefusedStreamsFilesAndFontsAnswerTheirResultAndLogTheirLine) {
+    const int users = RendererUsers();
+    const std::string name = End(keyboard, 0).name;
+    const struct {
+        int srcType, dstType, dstId, stopResult;
+        std::string line;
+    } streams[] = {
+        {7, MIDI_DEVICE_TYPE_DESTINATION, -1, NUV_ERR_INVALID_STREAM,
+         "Invalid source type[7] name [" + name + "]\n"},
+        {0, 0, -1, NUV_ERR_INVALID_STREAM, "Invalid destination type[0] name [" + name + "]\n"},
+        {0, MIDI_DEVICE_TYPE_FILE, -1, NUV_ERR_NOT_IMPLEMENTED,
+         "[NuvMIDIDeviceManager::StartStream] Not implemented \n"},
+        {0, MIDI_DEVICE_TYPE_DESTINATION, 9999, NUV_ERR_GENERAL, "Can't find Device(9999) \n"},
+    };
+    for (const auto& c : streams) {
+        SCOPED_TRACE(c.line);
+        log.Clear();
+        _MIDIDeviceInfo src = End(keyboard, c.srcType), dst = End(keyboard, c.dstType);
+        dst.id = c.dstId != -1 ? c.dstId : dst.id;
+        EXPECT_EQ(0, m_manager->StartStream(&src, &dst));
+        EXPECT_EQ(c.stopResult, m_manager->StopStream(&src, &dst));
+        EXPECT_LE(1, log.CountContaining(c.line));
+    }
+    EXPECT_EQ(NUV_ERR_NOT_IMPLEMENTED, m_manager->PauseStream(nullptr, nullptr));
+
     TempFile empty(".mid"), text(".mid"), corrupt(".sf2");
     ASSERT_TRUE(text.Write({'R', 'I', 'F', 'F', ' ', 'n', 'o', ' ', 'M', 'I', 'D', 'I'}));
     ASSERT_TRUE(corrupt.Write({'R', 'I', 'F', 'F', 0x10, 0, 0, 0, 's', 'f', 'b', 'k', 'L', 'I'}));
     const std::string longest = "/tmp/" + std::string(250, 'm'); // 255 characters
-    _MIDIDeviceInfo end = End(keyboard, MIDI_DEVICE_TYPE_SOURCE);
-    _MIDIDeviceInfo unterminated = FileEnd("");
+    for (const std::string& path :
+         {std::string("/tmp/nuv-missing.mid"), empty.Path(), text.Path(), longest}) {
+        EXPECT_EQ(0, StartFile(path));
+        EXPECT_EQ(1, log.CountContaining("[" + path + "] is not valid midi file\n")) << path;
+    }
+    _MIDIDeviceInfo unterminated = FileEnd(""); // read up to its 255th character
     memset(unterminated.name, 'n', sizeof unterminated.name);
     _MIDIDeviceInfo dst = End(keyboard, MIDI_DEVICE_TYPE_DESTINATION);
+    EXPECT_EQ(0, m_manager->StartStream(&unterminated, &dst));
+    EXPECT_EQ(1, log.CountContaining("[" + std::string(255, 'n') + "] is not valid midi file\n"));
+    EXPECT_EQ(1, m_manager->GetFilePlayStatus()) << "no file plays";
+
+    log.Clear();
+    for (const std::string& path :
+         {std::string("/tmp/nuv-missing.sf2"), corrupt.Path(), "/tmp/" + std::string(300, 'f')})
+        EXPECT_EQ(-1, keyboard->LoadSoundFontFile(path)) << path;
+    EXPECT_EQ(3, log.CountContaining("\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n"));
+    EXPECT_EQ(0, keyboard->UnloadSoundFontFile(9999));
+    EXPECT_EQ(1, log.CountContaining("\n[NuvMIDIConnector::UnloadSoundFontFile] Failed\n"));
+    EXPECT_EQ("", keyboard->GetSoundFontIntruments(9999, 0, 10));
+    EXPECT_EQ(1, log.CountContaining("[NuvMIDIConnector::GetSoundFontIntruments] invalid font"));
+    EXPECT_EQ(users, RendererUsers()) << "nothing was started";
+}
+
+// Every pointer of the host API, null: the call's refusal and a line naming it, no crash.
+TEST_F(BadInput, NullPointersAreRefusedWithALineNamingTheCall) {
+    _MIDIDeviceInfo end = End(keyboard, MIDI_DEVICE_TYPE_SOURCE);
     const char* noCommands[] = {nullptr};
     const int users = RendererUsers();
-    const std::string name = End(keyboard, 0).name;
     const struct {
-        const char* what;
         std::function<long()> run;
         long result;
         std::string line;
     } cases[] = {
-        {"source type 7", [&] { return Stream(7, MIDI_DEVICE_TYPE_DESTINATION); },
-         NUV_ERR_INVALID_STREAM, "Invalid source type[7] name [" + name + "]\n"},
-        {"a source as destination", [&] { return Stream(0, 0); }, NUV_ERR_INVALID_STREAM,
-         "Invalid destination type[0] name [" + name + "]\n"},
-        {"recording to a file", [&] { return Stream(0, MIDI_DEVICE_TYPE_FILE); },
-         NUV_ERR_NOT_IMPLEMENTED, "[NuvMIDIDeviceManager::StartStream] Not implemented \n"},
-        {"unknown device id", [&] { return Stream(0, MIDI_DEVICE_TYPE_DESTINATION, 9999); },
-         NUV_ERR_GENERAL, "Can't find Device(9999) \n"},
-        {"missing file", [&] { return StartFile("/tmp/bad-input-missing.mid"); }, 0,
-         "[/tmp/bad-input-missing.mid] is not valid midi file\n"},
-        {"empty file", [&] { return StartFile(empty.Path()); }, 0,
-         "[" + empty.Path() + "] is not valid midi file\n"},
-        {"no MIDI file", [&] { return StartFile(text.Path()); }, 0,
-         "[" + text.Path() + "] is not valid midi file\n"},
-        {"255-character path", [&] { return StartFile(longest); }, 0,
-         "[" + longest + "] is not valid midi file\n"},
-        {"unterminated name", [&] { return m_manager->StartStream(&unterminated, &dst); }, 0,
-         "[" + std::string(255, 'n') + "] is not valid midi file\n"},
-        {"missing font", [&] { return keyboard->LoadSoundFontFile("/tmp/bad-input.sf2"); }, -1,
-         "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n"},
-        {"corrupt font", [&] { return keyboard->LoadSoundFontFile(corrupt.Path()); }, -1,
-         "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n"},
-        {"300-character font path",
-         [&] { return keyboard->LoadSoundFontFile("/tmp/" + std::string(300, 'f')); }, -1,
-         "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n"},
-        {"unknown font id", [&] { return keyboard->UnloadSoundFontFile(9999); }, 0,
-         "\n[NuvMIDIConnector::UnloadSoundFontFile] Failed\n"},
-        {"listing an unknown font",
-         [&] { return long(keyboard->GetSoundFontIntruments(9999, 0, 10).size()); }, 0,
-         "\n[NuvMIDIConnector::GetSoundFontIntruments] invalid font file\n"},
-        {"IsConnected(null)", [&] { return long(m_manager->IsConnected(nullptr)); }, 0,
+        {[&] { return long(m_manager->IsConnected(nullptr)); }, 0,
          "\n[NuvMIDIDeviceManager::IsConnected] null name\n"},
-        {"CreateDevice(null)", [&] { return long(intptr_t(m_manager->CreateDevice(nullptr))); }, 0,
+        {[&] { return long(intptr_t(m_manager->CreateDevice(nullptr))); }, 0,
          "\n[NuvMIDIDeviceManager::CreateDevice] null name\n"},
-        {"manager RegisterCallback(null)",
-         [&] { return long(m_manager->RegisterCallback(nullptr)); }, NUV_ERR_GENERAL,
+        {[&] { return long(m_manager->RegisterCallback(nullptr)); }, NUV_ERR_GENERAL,
          "[NuvMIDIDeviceManager::RegisterCallback]\n"},
-        {"manager UnregisterCallback(null)",
-         [&] { return long(m_manager->UnregisterCallback(nullptr)); }, NUV_ERR_GENERAL,
+        {[&] { return long(m_manager->UnregisterCallback(nullptr)); }, NUV_ERR_GENERAL,
          "[NuvMIDIDeviceManager::UnregisterCallback]\n"},
-        {"StartStream(null source)", [&] { return long(m_manager->StartStream(nullptr, &end)); }, 0,
+        {[&] { return long(m_manager->StartStream(nullptr, &end)); }, 0,
          "\n[NuvMIDIDeviceManager::StartStream] null stream end\n"},
-        {"StartStream(null destination)",
-         [&] { return long(m_manager->StartStream(&end, nullptr)); }, 0,
+        {[&] { return long(m_manager->StartStream(&end, nullptr)); }, 0,
          "\n[NuvMIDIDeviceManager::StartStream] null stream end\n"},
-        {"StopStream(null source)", [&] { return long(m_manager->StopStream(nullptr, &end)); },
-         NUV_ERR_INVALID_STREAM, "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
-        {"StopStream(null destination)", [&] { return long(m_manager->StopStream(&end, nullptr)); },
-         NUV_ERR_INVALID_STREAM, "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
-        {"PauseStream(null)", [&] { return long(m_manager->PauseStream(nullptr, nullptr)); },
-         NUV_ERR_NOT_IMPLEMENTED, "\n[NuvMIDIDeviceManager::PauseStream] null stream end\n"},
-        {"device RegisterCallback(null)", [&] { return long(keyboard->RegisterCallback(nullptr)); },
-         NUV_ERR_GENERAL, "\n[NuvMIDIDevice::RegisterCallback] null callback\n"},
-        {"device UnregisterCallback(null)",
-         [&] { return long(keyboard->UnregisterCallback(nullptr)); }, NUV_ERR_GENERAL,
+        {[&] { return long(m_manager->StopStream(nullptr, &end)); }, NUV_ERR_INVALID_STREAM,
+         "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
+        {[&] { return long(m_manager->StopStream(&end, nullptr)); }, NUV_ERR_INVALID_STREAM,
+         "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
+        {[&] { return long(m_manager->PauseStream(nullptr, nullptr)); }, NUV_ERR_NOT_IMPLEMENTED,
+         "\n[NuvMIDIDeviceManager::PauseStream] null stream end\n"},
+        {[&] { return long(keyboard->RegisterCallback(nullptr)); }, NUV_ERR_GENERAL,
+         "\n[NuvMIDIDevice::RegisterCallback] null callback\n"},
+        {[&] { return long(keyboard->UnregisterCallback(nullptr)); }, NUV_ERR_GENERAL,
          "\n[NuvMIDIDevice::UnregisterCallback] null callback\n"},
-        {"GetInformation(null)",
-         [&] { return long(keyboard->GetInformation(MIDI_EVENT_CONTROL_CHANGE, nullptr)); }, 0,
+        {[&] { return long(keyboard->GetInformation(MIDI_EVENT_CONTROL_CHANGE, nullptr)); }, 0,
          "\n[NuvMIDIDevice::GetInformation] null message\n"},
-        {"LoadSoundFontFile(null)", [&] { return long(keyboard->LoadSoundFontFile(nullptr)); }, -1,
+        {[&] { return long(keyboard->LoadSoundFontFile(nullptr)); }, -1,
          "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n"},
-        {"m_ReadProcModules(null)", [] { return long(NuvMIDIEntry::m_ReadProcModules(nullptr)); },
-         0, "ERROR: no buffer for the modules proc file.\n"},
-        {"m_ExecShell(null)", [] { return long(NuvMIDIEntry::m_ExecShell(nullptr)); }, -1,
+        {[] { return long(NuvMIDIEntry::m_ReadProcModules(nullptr)); }, 0,
+         "ERROR: no buffer for the modules proc file.\n"},
+        {[] { return long(NuvMIDIEntry::m_ExecShell(nullptr)); }, -1,
          "ERROR: m_ExecShell(null).\n"},
-        {"m_InsertModules(null)",
-         [&] { return NuvMIDIEntry::m_InsertModules(nullptr, noCommands), 0L; }, 0,
+        {[&] { return NuvMIDIEntry::m_InsertModules(nullptr, noCommands), 0L; }, 0,
          "ERROR: no module name to wait for.\n"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(c.line);
         log.Clear();
         EXPECT_EQ(c.result, c.run());
-        EXPECT_LE(1, log.CountContaining(c.line));
+        EXPECT_EQ(1, log.CountContaining(c.line));
     }
-    EXPECT_EQ(1, m_manager->GetFilePlayStatus()) << "no file plays";
     EXPECT_EQ(users, RendererUsers()) << "nothing was started";
 }
 
