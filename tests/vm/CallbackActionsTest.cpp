@@ -59,13 +59,11 @@ protected:
         ManagerVmTest::SetUp();
         if (HasFatalFailure())
             return;
-        m_keyboards = VirtualKeyboard::FindAll();
         m_device = TakeKeyboard(0);
         m_other = CreateKeyboard(1);
         ASSERT_TRUE(m_device != nullptr && m_other != nullptr);
     }
 
-    std::vector<VirtualKeyboard> m_keyboards;
     INuvMIDIDevice* m_device = nullptr;
     INuvMIDIDevice* m_other = nullptr;
 };
