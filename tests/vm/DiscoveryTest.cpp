@@ -16,12 +16,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Every device the manager lists, by name, with whether it is the synthesizer.
+// Every device the manager lists, by name.
 std::map<std::string, _NuvDevInfo> Listed(INuvMIDIDeviceManager* manager) {
     std::map<std::string, _NuvDevInfo> devices;
-    _NuvDevInfo info{};
-    bool taken = false;
-    for (int index = 0; manager->GetConnectedDeviceInfo(info, taken, index) == 0; ++index)
+    for (const _NuvDevInfo& info : ConnectedDevices(manager))
         devices[info.deviceName] = info;
     return devices;
 }

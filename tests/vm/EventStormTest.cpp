@@ -11,11 +11,9 @@
 
 namespace {
 
-std::set<std::string> ConnectedDevices(INuvMIDIDeviceManager* manager) {
+std::set<std::string> Devices(INuvMIDIDeviceManager* manager) {
     std::set<std::string> devices;
-    _NuvDevInfo info{};
-    bool taken = false;
-    for (int index = 0; manager->GetConnectedDeviceInfo(info, taken, index) == 0; ++index)
+    for (const _NuvDevInfo& info : ConnectedDevices(manager))
         devices.insert(std::string(info.UID) + " " + info.deviceName);
     return devices;
 }
@@ -50,7 +48,7 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     ASSERT_TRUE(stormer.IsOpen());
     snd_seq_nonblock(stormer.Handle(), 1); // a full queue drops the event, never blocks us
     ASSERT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 1; }));
-    const std::set<std::string> before = ConnectedDevices(manager);
+    const std::set<std::string> before = Devices(manager);
 
     std::vector<int> types;
     for (int round = 0; round < kRounds; ++round)
@@ -100,7 +98,7 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     std::printf("%d of %zu events accepted by the sequencer\n", sent, types.size());
     EXPECT_GT(sent, int(types.size()) / 2);
 
-    EXPECT_EQ(before, ConnectedDevices(manager)) << "forged announcements changed the devices";
+    EXPECT_EQ(before, Devices(manager)) << "forged announcements changed the devices";
     EXPECT_EQ(device, manager->GetDevice(device->GetID()));
     EXPECT_NE(nullptr, SequencerView::Read().Find("MIDI Watcher"));
 

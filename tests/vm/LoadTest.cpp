@@ -109,9 +109,7 @@ TEST(Load, AThousandClientsComeAndGoWhileTheHostUsesTheirDevices) {
     EXPECT_EQ(kBatches * kBatch, created.size()) << "every device id is new";
     for (int id : created)
         EXPECT_EQ(nullptr, manager->GetDevice(id)) << "device " << id << " outlived its client";
-    _NuvDevInfo info{};
-    bool taken = false;
-    for (int index = 0; manager->GetConnectedDeviceInfo(info, taken, index) == 0; ++index)
+    for (const _NuvDevInfo& info : ConnectedDevices(manager))
         EXPECT_TRUE(std::atoi(info.UID) < 128 || info.isSynth) << "left: " << info.deviceName;
     EXPECT_EQ(0, manager->UnregisterCallback(&host));
 }

@@ -55,6 +55,16 @@ private:
     bool m_moved;
 };
 
+// The devices the manager lists, in its order.
+inline std::vector<_NuvDevInfo> ConnectedDevices(INuvMIDIDeviceManager* manager) {
+    std::vector<_NuvDevInfo> devices(1);
+    bool taken = false;
+    while (manager->GetConnectedDeviceInfo(devices.back(), taken, int(devices.size()) - 1) == 0)
+        devices.emplace_back();
+    devices.pop_back();
+    return devices;
+}
+
 class ManagerVmTest : public ::testing::Test {
 protected:
     void SetUp() override {

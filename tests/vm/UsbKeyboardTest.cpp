@@ -140,10 +140,8 @@ TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder
     INuvMIDIDevice* device = PlugAndCreate(keyboard);
     ASSERT_NE(nullptr, device);
     _NuvDevInfo info{};
-    bool created = true;
-    for (int index = 0; m_manager->GetConnectedDeviceInfo(info, created, index) == 0; ++index)
-        if (Uid(keyboard) == info.UID)
-            break;
+    for (const _NuvDevInfo& listed : ConnectedDevices(m_manager))
+        info = Uid(keyboard) == listed.UID ? listed : info;
     ASSERT_EQ(Uid(keyboard), info.UID);
     EXPECT_EQ(keyboard.Product(), info.deviceName);
     EXPECT_EQ(NUV_DEVICE_TYPE_MIDI, info.type);
@@ -294,14 +292,13 @@ TEST_F(UsbKeyboards, TwoKeyboardsOfOneProductAreBothListedCreatedAndHeard) {
     }
     ASSERT_NE(uids[0], uids[1]);
     std::vector<std::string> listed;
-    _NuvDevInfo info{};
-    bool created = false;
-    for (int index = 0; m_manager->GetConnectedDeviceInfo(info, created, index) == 0; ++index)
+    for (const _NuvDevInfo& info : ConnectedDevices(m_manager))
         if (std::string("Twin Keys") == info.deviceName)
             listed.push_back(info.UID);
     ASSERT_EQ(2u, listed.size());
     INuvMIDIDevice* byName = m_manager->CreateDevice("Twin Keys");
     ASSERT_NE(nullptr, byName);
+    _NuvDevInfo info{};
     byName->GetDevInfo(info);
     EXPECT_EQ(listed[0], info.UID) << "a name reaches the first listed device";
     for (int k = 0; k < 2; ++k) {
