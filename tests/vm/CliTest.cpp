@@ -172,6 +172,7 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
         std::vector<std::string> args;
         int status;
         const char* message;
+        bool hideSequencer = false; // its node, for one run, as on a kernel without it
     } cases[] = {
         {{"send", "fluid", "noteon", "0", "60"}, 2, "send: noteon needs CH NOTE VEL [DUR]"},
         {{"monitor", "Launchpad"}, 4, "unknown device 'Launchpad'; connected: "},
@@ -189,9 +190,15 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
          1,
          "cannot open the ALSA PCM 'nosuchpcm': "},
         {{"connect", "14", "14"}, 2, "cannot connect 'Midi Through' (14) to itself"},
+        // The sequencer's node hidden for one run, as on a kernel without it.
+        {{"devices", "--hide-seq"},
+         3,
+         "cannot start the MIDI library: this system has no ALSA sequencer (/dev/snd/seq)"},
     };
     for (const auto& c : cases) {
+        ASSERT_TRUE(!c.hideSequencer || rename("/dev/snd/seq", "/dev/snd/seq.hidden") == 0);
         const ProgramResult result = Nuvmidi(c.args);
+        ASSERT_TRUE(!c.hideSequencer || rename("/dev/snd/seq.hidden", "/dev/snd/seq") == 0);
         EXPECT_EQ(c.status, result.status) << c.message;
         EXPECT_EQ(0u, result.err.find(std::string("nuvmidi: ") + c.message)) << result.err;
         EXPECT_EQ(1u, Lines(result.err)) << result.err;
@@ -210,17 +217,6 @@ TEST_F(CliVm, TheLibrarysLogIncludingFluidSynthsAppearsOnRequest) {
     EXPECT_NE(std::string::npos, asked.err.find("fluidsynth: No SoundFont with id = 7"))
         << asked.err;
     EXPECT_EQ(std::string::npos, asked.err.find("[NuvMIDIWatcher::Create]")) << "a trace line";
-}
-
-TEST_F(CliVm, NoSequencerIsItsOwnFailure) {
-    // The sequencer's node hidden for one run, as on a kernel without it.
-    ASSERT_EQ(0, rename("/dev/snd/seq", "/dev/snd/seq.hidden"));
-    const ProgramResult result = Nuvmidi({"devices"});
-    ASSERT_EQ(0, rename("/dev/snd/seq.hidden", "/dev/snd/seq"));
-    EXPECT_EQ(3, result.status);
-    EXPECT_EQ("nuvmidi: cannot start the MIDI library: this system has no ALSA sequencer "
-              "(/dev/snd/seq)\n",
-              result.err);
 }
 
 #endif // NUV_CLI_PATH
