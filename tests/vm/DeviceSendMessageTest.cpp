@@ -32,7 +32,8 @@ protected:
         ManagerVmTest::SetUp();
         if (HasFatalFailure())
             return;
-        const SeqClientView* watcher = SequencerView::Read().Find("MIDI Watcher");
+        const SequencerView view = SequencerView::Read();
+        const SeqClientView* watcher = view.Find("MIDI Watcher");
         ASSERT_NE(nullptr, watcher);
         m_watcher = watcher->number;
         ASSERT_TRUE(m_peer.IsOpen());

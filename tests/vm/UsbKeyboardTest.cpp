@@ -168,8 +168,9 @@ TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder
     for (size_t i = 0; i < std::size(cases); ++i) {
         ASSERT_TRUE(keyboard.Play(cases[i].bytes));
         ASSERT_TRUE(WaitFor([&] { return m_host.Of(id).size() > i; })) << cases[i].code;
-        const _MIDIMessage& msg = m_host.Of(id)[i].message;
-        EXPECT_EQ(cases[i].code, m_host.Of(id)[i].event);
+        const HostLog::Entry entry = m_host.Of(id)[i];
+        const _MIDIMessage& msg = entry.message;
+        EXPECT_EQ(cases[i].code, entry.event);
         EXPECT_EQ(cases[i].channel, msg.channel) << cases[i].code;
         EXPECT_TRUE(cases[i].param == kAny || cases[i].param == msg.param) << cases[i].code;
         EXPECT_EQ(cases[i].value, msg.value) << cases[i].code;
