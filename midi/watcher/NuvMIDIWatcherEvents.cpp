@@ -107,6 +107,26 @@ bool NuvMIDIWatcher::m_DecidePendingStarts() {
     return true;
 }
 
+// Nothing but input wakes the watcher, except a client start set aside: the next pass
+// comes when the first of them is due, and while one waits for its name (the sequencer
+// announces no renaming) once per grace period until its limit. A pass that left events
+// in the input buffer (a recorder's start ends the reading) has the next one come at
+// once: poll() sees only what is still in the kernel.
+unsigned long NuvMIDIWatcher::m_NextPassMs() const {
+    if (m_pSeqHandle != nullptr && snd_seq_event_input_pending(m_pSeqHandle, 0) > 0)
+        return 1;
+    if (m_pendingStarts.empty())
+        return 0;
+    const int64_t now = MonotonicNs();
+    int64_t nextNs = kNamingGraceNs;
+    for (const PendingStart& start : m_pendingStarts) {
+        const int64_t dueNs = start.readAtNs + kNamingGraceNs - now;
+        if (dueNs > 0)
+            nextNs = std::min(nextNs, dueNs);
+    }
+    return static_cast<unsigned long>((nextNs + 999999) / 1000000);
+}
+
 bool NuvMIDIWatcher::m_HasPlaceholderName(int client) {
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
     if (!clientInfo || snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get()) < 0)
