@@ -59,8 +59,6 @@ public:
     NuvMIDISynthActivity* SynthActivity() const { return m_pSynthActivity.get(); }
 
 private:
-    friend class NuvMIDIWatcherTestAccess;
-
     int m_CreateSequencer();
     void m_DestroySequencer();
     int m_CreateSynthesizer();
