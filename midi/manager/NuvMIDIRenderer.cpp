@@ -19,7 +19,7 @@ namespace {
 
 const char* const kThreadName = "NuvMIDIRenderer";
 constexpr unsigned long kThreadStackBytes = 0x100000;
-// The most blocks rendered and written at once: more than the output's whole buffer.
+// The most blocks rendered and written at once: the output's whole buffer.
 constexpr int kBatchBlocks = 32;
 // Blocks rendered per pass without an output.
 constexpr int kClockBlocks = 4;
