@@ -12,7 +12,7 @@
 #include <cstdlib>
 
 #include "LoopbackCapture.h"
-#include "NuvMIDIRenderer.h"
+#include "RendererRig.h"
 #include "StallWatch.h"
 #include "WaitFor.h"
 #include "nuv_audio_out.h"
@@ -31,32 +31,17 @@ protected:
     void SetUp() override {
         if (TimeScale() > 1)
             GTEST_SKIP() << "the emulated ARM machine renders barely faster than it plays";
-        ASSERT_GE(fluid_synth_sfload(m_synth, kFont, 1), 0) << kFont;
+        ASSERT_GE(fluid_synth_sfload(m_rig.synth, kFont, 1), 0) << kFont;
         std::string problem;
         ASSERT_TRUE(m_capture.Start(&problem)) << problem;
-        ASSERT_EQ(0, m_renderer.Create(m_synth, 0, 0, ""));
-        m_created = true;
-        ASSERT_EQ(0, m_renderer.StartRenderer());
+        ASSERT_EQ(0, m_rig.renderer.Create(m_rig.synth, 0, 0, ""));
+        m_rig.created = true;
+        ASSERT_EQ(0, m_rig.renderer.StartRenderer());
     }
-    void TearDown() override {
-        if (m_created) {
-            m_renderer.StopRenderer();
-            m_renderer.Destroy();
-        }
-        m_capture.Stop();
-        delete_fluid_synth(m_synth);
-        delete_fluid_settings(m_settings);
-    }
+    void TearDown() override { m_capture.Stop(); }
 
-    // A note through the path of the MIDI driver, which wakes a resting renderer.
     void Note(int channel, int key, int velocity) {
-        fluid_midi_event_t* event = new_fluid_midi_event();
-        fluid_midi_event_set_type(event, velocity > 0 ? 0x90 : 0x80);
-        fluid_midi_event_set_channel(event, channel);
-        fluid_midi_event_set_key(event, key);
-        fluid_midi_event_set_velocity(event, velocity);
-        NuvMIDISynthActivity::HandleEvent(&m_activity, event);
-        delete_fluid_midi_event(event);
+        m_rig.Send(velocity > 0 ? 0x90 : 0x80, channel, key, velocity);
     }
     static nuv_audio_out_stats_s Stats() {
         nuv_audio_out_stats_s stats{};
@@ -72,22 +57,12 @@ protected:
         return 0;
     }
 
-    static fluid_settings_t* NewSettings() {
-        fluid_settings_t* settings = new_fluid_settings();
-        fluid_settings_setnum(settings, "synth.sample-rate", kRate);
-        return settings;
-    }
-
-    fluid_settings_t* m_settings = NewSettings();
-    fluid_synth_t* m_synth = new_fluid_synth(m_settings);
-    NuvMIDISynthActivity m_activity{m_synth};
-    NuvMIDIRenderer m_renderer{&m_activity};
-    bool m_created = false;
+    RendererRig m_rig;
     LoopbackCapture m_capture;
 };
 
 TEST_F(RendererPacing, ATenSecondToneNeverRunsTheOutputDry) {
-    fluid_synth_program_change(m_synth, 0, 19); // a church organ sounds while held
+    fluid_synth_program_change(m_rig.synth, 0, 19); // a church organ sounds while held
     Note(0, 60, 100);
     ASSERT_TRUE(WaitFor([&] { return m_capture.RecentRms(20) > 0.003; }));
     const uint64_t underruns = Stats().underruns; // the process's first sound may stall
@@ -104,8 +79,8 @@ TEST_F(RendererPacing, ATenSecondToneNeverRunsTheOutputDry) {
 // While the output runs (a second note sounds below the onset level), a new note is
 // queued behind no more than the fill target.
 TEST_F(RendererPacing, ANoteIsHeardWithinTheFillTarget) {
-    fluid_synth_program_change(m_synth, 1, 19);
-    fluid_synth_cc(m_synth, 1, 7, 64); // a quiet background tone, far below the onset level
+    fluid_synth_program_change(m_rig.synth, 1, 19);
+    fluid_synth_cc(m_rig.synth, 1, 7, 64); // a quiet background tone, far below the onset level
     Note(1, 48, 100);
     ASSERT_TRUE(WaitFor([&] { return m_capture.RecentRms(20) > 0.0003; }));
     StallWatch stalls;
