@@ -53,6 +53,13 @@ double Runs::Median(const std::string& figure) const {
     return sorted[sorted.size() / 2];
 }
 
+std::string UniqueName(const std::string& prefix) {
+    static std::atomic<int> serial{0};
+    char number[16];
+    std::snprintf(number, sizeof number, " %05d", serial.fetch_add(1));
+    return prefix + number;
+}
+
 void PinToSecondCpu() {
     cpu_set_t cpus;
     CPU_ZERO(&cpus);

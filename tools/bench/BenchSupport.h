@@ -39,6 +39,10 @@ private:
     std::map<std::string, std::vector<double>> m_values;
 };
 
+// `prefix` and a number no earlier call gave, all of one width: a client that arrives under
+// a new name is never taken for one of the same name still on its way out.
+std::string UniqueName(const std::string& prefix);
+
 // Moves the calling thread to the second processor, so that it runs beside the library
 // rather than taking turns with it.
 void PinToSecondCpu();

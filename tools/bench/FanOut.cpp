@@ -85,8 +85,7 @@ FanOutResult RunSenders(Host& host, int senders, int events) {
     std::vector<INuvMIDIDevice*> devices;
     Counter counter{size_t(events)};
     for (int i = 0; i < senders; ++i) {
-        const std::string name =
-            std::string("Fan Sender ") + char('a' + i / 26) + char('a' + i % 26);
+        const std::string name = UniqueName("Fan Sender");
         clients.emplace_back(new UserSpaceClient(name));
         INuvMIDIDevice* device = clients.back()->IsOpen() ? host.Take(name) : nullptr;
         if (device == nullptr)
@@ -121,8 +120,9 @@ FanOutResult RunSenders(Host& host, int senders, int events) {
 
 FanOutResult RunCallbacks(Host& host, int callbacks, int events, int perSecond) {
     FanOutResult result;
-    UserSpaceClient client("Fan Device");
-    INuvMIDIDevice* device = client.IsOpen() ? host.Take("Fan Device") : nullptr;
+    const std::string name = UniqueName("Fan Device");
+    UserSpaceClient client(name);
+    INuvMIDIDevice* device = client.IsOpen() ? host.Take(name) : nullptr;
     if (device == nullptr)
         return result;
     std::vector<std::unique_ptr<Counter>> counters;

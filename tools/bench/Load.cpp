@@ -14,8 +14,9 @@
 
 BurstResult RunBurst(Host& host, int events) {
     BurstResult result;
-    UserSpaceClient sender("Burst Keyboard");
-    INuvMIDIDevice* device = sender.IsOpen() ? host.Take("Burst Keyboard") : nullptr;
+    const std::string name = UniqueName("Burst Keyboard");
+    UserSpaceClient sender(name);
+    INuvMIDIDevice* device = sender.IsOpen() ? host.Take(name) : nullptr;
     if (device == nullptr)
         return result;
     ArrivalStamps arrivals;

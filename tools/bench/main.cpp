@@ -2,7 +2,7 @@
 // measured in the same run, three runs, each figure as min / median / max. Runs where the
 // kernel has a sequencer with virtual keyboards and a loopback sound card (the test VM with
 // two processors: tools/bench/run-bench.sh).
-//   nuv_bench [--runs N] [--quick]
+//   nuv_bench [--runs N] [--notes N] [--song SECONDS] [--memory ARRIVALS CYCLES] [--quick]
 #include <signal.h>
 #include <unistd.h>
 
@@ -317,6 +317,14 @@ int main(int argc, char** argv) {
             options.Quick();
         else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
             options.runs = std::atoi(argv[++i]);
+        else if (std::strcmp(argv[i], "--notes") == 0 && i + 1 < argc)
+            options.notes = std::atoi(argv[++i]);
+        else if (std::strcmp(argv[i], "--song") == 0 && i + 1 < argc)
+            options.songSeconds = std::atof(argv[++i]);
+        else if (std::strcmp(argv[i], "--memory") == 0 && i + 2 < argc) {
+            options.arrivals = std::atoi(argv[++i]);
+            options.cycles = std::atoi(argv[++i]);
+        }
     }
     // Hosts that stream many messages keep the per-message lines off their console.
     NuvLog_SetThreshold(NUV_LOG_CRITICAL);
