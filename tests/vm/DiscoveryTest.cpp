@@ -114,7 +114,7 @@ TEST_F(KeyPress, ReachesTheHostWithinMilliseconds) {
     std::vector<double> latencies;
     std::mt19937 random(12345);
     for (int i = 0; i < 100; ++i) {
-        // A key press comes at any moment of the watcher's period.
+        // A key press comes at any moment, not just after the last one was delivered.
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
         host.at = 0;
         const auto sent = Clock::now();
