@@ -1,5 +1,5 @@
-// The renderer: which blocks reach the output, its start and stop, and an output that
-// cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
+// The renderer: what reaches the output at rest and after MIDI, its start and stop, and an
+// output that cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "LogCapture.h"
-#include "NuvMIDIPcmBlock.h"
 #include "PcmAnalysis.h"
 #include "RendererRig.h"
 #include "ThreadNames.h"
@@ -21,39 +20,6 @@
 namespace {
 
 const char* const kFont = "/usr/share/sounds/sf2/TimGM6mb.sf2";
-
-// ---- The silence test, on blocks made by hand ----
-
-struct Block {
-    unsigned char bytes[kNuvMIDIBlockBytes] = {};
-    void SetSample(int frame, int channel, int16_t value) {
-        const int at = frame * 4 + channel * 2;
-        bytes[at] = uint8_t(value & 0xFF);
-        bytes[at + 1] = uint8_t((uint16_t(value) >> 8) & 0xFF);
-    }
-};
-
-// Only the first and last frames are looked at, and bytes of 0 and 1 count as silent.
-TEST(RendererSilenceTest, OnlyBytesOfZeroAndOneInTheEndFramesAreSilent) {
-    Block middle;
-    for (int frame = 1; frame < kNuvMIDIBlockFrames - 1; ++frame)
-        middle.SetSample(frame, 0, 12000);
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(middle.bytes));
-    Block ones;
-    ones.SetSample(0, 0, 1);
-    ones.SetSample(0, 1, 0x0101);
-    ones.SetSample(63, 1, 0x0100);
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(ones.bytes));
-    for (int frame : {0, 63})
-        for (int channel : {0, 1})
-            for (int16_t value : {int16_t(-1), int16_t(2)}) { // -1 is 0xFF 0xFF
-                Block block;
-                block.SetSample(frame, channel, value);
-                EXPECT_FALSE(NuvMIDIBlockIsSilent(block.bytes)) << frame << "/" << channel;
-            }
-}
-
-// ---- The renderer thread ----
 
 class Renderer : public ::testing::Test {
 protected:
