@@ -1,24 +1,15 @@
 // Life cycle of a MIDI connector and the relay of its device's incoming MIDI.
 #include "NuvMIDIConnector.h"
 
-#include <alsa/asoundlib.h>
 #include <string.h>
 
 #include "NuvLog"
 #include "NuvMIDIWatcher.h"
 
-namespace {
-// The watcher's port that receives the devices' MIDI ("listen:2").
-const int kWatcherListenPort = 1;
-} // namespace
-
-NuvMIDIConnector::NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher)
-    : NuvConnector(info), m_pWatcher(watcher), m_pMIDICallback(nullptr) {
+NuvMIDIConnector::NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher,
+                                   NuvMIDISeqSynth* seqSynth)
+    : NuvConnector(info), m_pWatcher(watcher), m_pSeqSynth(seqSynth), m_pMIDICallback(nullptr) {
     m_nConnectorType = 9;
-}
-
-NuvMIDISynthActivity* NuvMIDIConnector::SynthActivity() const {
-    return m_pWatcher != nullptr ? m_pWatcher->SynthActivity() : nullptr;
 }
 
 // The connector owns nothing: the client information belongs to the candidate.
@@ -75,8 +66,8 @@ int NuvMIDIConnector::RegisterMIDICallback(NuvMIDICallback* callback) {
         m_pWatcher->RegisterMIDICallback(this);
     // A repeated registration subscribes the same pair again; the sequencer refuses it
     // and the existing subscription is what matters.
-    if (info->seq != nullptr)
-        snd_seq_connect_from(info->seq, kWatcherListenPort, info->client, info->port);
+    if (m_pSeqSynth != nullptr)
+        m_pSeqSynth->Listen(info->client, info->port);
     return 1;
 }
 

@@ -12,11 +12,13 @@
 #include "NuvMIDITypes.h"
 
 class NuvMIDIWatcher;
-class NuvMIDISynthActivity;
+class NuvMIDISeqSynth;
 
 class NuvMIDIConnector : public NuvConnector, public NuvMIDICallback {
 public:
-    NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher);
+    // Incoming MIDI comes through the watcher's fan-out; everything else goes through the
+    // watcher's sequencer client and synthesizer. Either may be null in tests.
+    NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher, NuvMIDISeqSynth* seqSynth);
     virtual ~NuvMIDIConnector();
 
     virtual int Create();
@@ -30,8 +32,7 @@ public:
     int RegisterMIDICallback(NuvMIDICallback* callback);
     int UnregisterMIDICallback(NuvMIDICallback* callback);
     void GetClientInformation(_MIDIClientInfo* out);
-    // What feeds the synthesizer of the client information (null without a watcher).
-    NuvMIDISynthActivity* SynthActivity() const;
+    NuvMIDISeqSynth* SeqSynth() const { return m_pSeqSynth; }
 
     int LoadSoundFontFile(const std::string& path);
     int UnloadSoundFontFile(unsigned int fontId);
@@ -46,6 +47,7 @@ private:
     _MIDIClientInfo* m_RequireClientInfo(const char* operation) const;
 
     NuvMIDIWatcher* m_pWatcher;
+    NuvMIDISeqSynth* m_pSeqSynth;
     std::atomic<NuvMIDICallback*> m_pMIDICallback;
 };
 

@@ -7,6 +7,7 @@
 #include "NuvMIDIConnector.h"
 #include "NuvMIDIDevice.h"
 #include "NuvMIDIRenderer.h"
+#include "NuvMIDISeqSynth.h"
 
 namespace {
 
@@ -114,8 +115,10 @@ bool NuvMIDIDeviceManager::m_ReadDevice(int id, DeviceEnd* out) {
     if (it == m_mapDevice.end())
         return false;
     auto* connector = static_cast<NuvMIDIConnector*>(it->second->GetConnector());
+    if (connector->SeqSynth() == nullptr) // not made by this library's watcher
+        return false;
     connector->GetClientInformation(&out->client);
-    out->activity = connector->SynthActivity();
+    out->seqSynth = connector->SeqSynth();
     return true;
 }
 
@@ -125,8 +128,8 @@ void NuvMIDIDeviceManager::m_CreateRenderer(const DeviceEnd& device) {
     if (m_rendererRefCount++ != 0)
         return;
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_CreateRenderer]\n");
-    m_pRenderer.reset(new NuvMIDIRenderer(device.activity));
-    m_pRenderer->Create(device.client.synth, m_appInfo1, m_appInfo2, m_appInfoText);
+    m_pRenderer.reset(new NuvMIDIRenderer(device.seqSynth->Activity()));
+    m_pRenderer->Create(device.seqSynth->Synth(), m_appInfo1, m_appInfo2, m_appInfoText);
     m_pRenderer->StartRenderer();
 }
 

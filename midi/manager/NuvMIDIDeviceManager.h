@@ -16,7 +16,7 @@
 #include "NuvMIDIFilePlayback.h"
 
 class NuvMIDIRenderer;
-class NuvMIDISynthActivity;
+class NuvMIDISeqSynth;
 
 class NuvMIDIDeviceManager : public INuvMIDIDeviceManager, public NuvDeviceManager {
 public:
@@ -48,13 +48,13 @@ private:
 
     // What streams and the renderer need of a device, copied under the manager's mutex: the
     // watcher's thread may destroy the device (its client left) as soon as the mutex is
-    // released, while the sequencer, the synthesizer and its activity named here belong to
-    // the watcher and outlive every device.
+    // released, while the sequencer client and synthesizer named here belong to the watcher
+    // and outlive every device.
     struct DeviceEnd {
         _MIDIClientInfo client;
-        NuvMIDISynthActivity* activity;
+        NuvMIDISeqSynth* seqSynth;
     };
-    // False, with `out` untouched, when no device has this id.
+    // False, with `out` untouched, when no device of this library has this id.
     bool m_ReadDevice(int id, DeviceEnd* out);
 
     // The renderer plays while it has users: the first device taken, each started stream
@@ -65,7 +65,8 @@ private:
     // True, after a line naming `operation`, when either end is null.
     static bool m_RefuseNullEnd(const char* operation, const _MIDIDeviceInfo* src,
                                 const _MIDIDeviceInfo* dst);
-    int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
+    int m_ConnectDevice(NuvMIDISeqSynth& seqSynth, snd_seq_addr_t sender, snd_seq_addr_t dest,
+                        bool connect);
 
     // A device-to-device stream as the sequencer knows it: sender client and port, then
     // destination client and port. Each started stream is one user of the renderer.

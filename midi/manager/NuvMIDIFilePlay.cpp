@@ -21,7 +21,7 @@ int NuvMIDIDeviceManager::m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
                    "\n[NuvMIDIDeviceManager::StartStream] [%s] is not valid midi file\n", fileName);
         return 0;
     }
-    switch (m_playFile.Start(fileName, destination.client.synth, destination.activity)) {
+    switch (m_playFile.Start(fileName, *destination.seqSynth)) {
     case NuvMIDIFilePlayback::Started::kYes:
         m_CreateRenderer(destination); // the file's user stays after it ends
         return 1;
@@ -43,5 +43,5 @@ int NuvMIDIDeviceManager::m_StopFile(_MIDIDeviceInfo* dst) {
                    dst->id);
         return NUV_ERR_GENERAL;
     }
-    return m_playFile.Stop(destination.client.synth);
+    return m_playFile.Stop(*destination.seqSynth);
 }

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "NuvLog"
-#include "NuvMIDISynthActivity.h"
+#include "NuvMIDISeqSynth.h"
 
 namespace {
 
@@ -13,16 +13,6 @@ constexpr size_t kPlayThreadStackBytes = 0x100000;
 // reset (the play thread's pause, and a stop's).
 constexpr useconds_t kEndSettleMicroseconds = 10000;
 constexpr useconds_t kStopSettleMicroseconds = 21000;
-
-// The player's own pacing and reset behaviour as the synthesizer's first users knew it.
-void SetPlayerDefaults(fluid_synth_t* synth) {
-    fluid_settings_t* settings = fluid_synth_get_settings(synth);
-    // Paced by the system clock, as FluidSynth 1.x did, not by the rendering of samples. The
-    // tick callback then runs on the player's timer thread, outside the synthesizer's lock.
-    fluid_settings_setstr(settings, "player.timing-source", "system");
-    // 1.x left the synthesizer alone when a file starts; the play thread resets it at the end.
-    fluid_settings_setint(settings, "player.reset-synth", 0);
-}
 
 } // namespace
 
@@ -45,28 +35,24 @@ int NuvMIDIFilePlayback::Status() {
     return m_state == State::kStarting || m_state == State::kPlaying ? kStatusPlaying : kStatusIdle;
 }
 
-NuvMIDIFilePlayback::Started NuvMIDIFilePlayback::Start(const char* fileName, fluid_synth_t* synth,
-                                                        NuvMIDISynthActivity* activity) {
+NuvMIDIFilePlayback::Started NuvMIDIFilePlayback::Start(const char* fileName,
+                                                        NuvMIDISeqSynth& synth) {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_state == State::kStarting || m_state == State::kPlaying)
         return Started::kBusy;
     // The last file's notes may still be ringing, or a stopped play thread finishing.
     m_EndThread(lock);
 
-    SetPlayerDefaults(synth);
-    m_pPlayer = new_fluid_player(synth);
+    m_pPlayer = synth.NewPlayer();
     if (m_pPlayer == nullptr) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIDeviceManager::StartStream] Player creation failed\n");
         return Started::kFailed;
     }
-    // The file's notes wake a resting renderer as the MIDI driver's do.
-    if (activity != nullptr)
-        fluid_player_set_playback_callback(m_pPlayer, NuvMIDISynthActivity::HandleEvent, activity);
     fluid_player_set_tick_callback(m_pPlayer, &NuvMIDIFilePlayback::m_OnTick, this);
     memset(m_fileName, 0, sizeof m_fileName);
     strncpy(m_fileName, fileName, sizeof m_fileName - 1);
-    m_pSynth = synth;
+    m_pSynth = &synth;
     // Playing from now on, so that a second start cannot slip in before the thread runs.
     m_state = State::kStarting;
     if (pthread_create(&m_playThread, &m_threadAttr, PlayFile, this) != 0) {
@@ -78,7 +64,7 @@ NuvMIDIFilePlayback::Started NuvMIDIFilePlayback::Start(const char* fileName, fl
     return Started::kYes;
 }
 
-int NuvMIDIFilePlayback::Stop(fluid_synth_t* synth) {
+int NuvMIDIFilePlayback::Stop(NuvMIDISeqSynth& synth) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_state != State::kStarting && m_state != State::kPlaying)
         return 1;
@@ -87,7 +73,7 @@ int NuvMIDIFilePlayback::Stop(fluid_synth_t* synth) {
     fluid_player_stop(m_pPlayer);
     // Held through the settle, so that no next file starts before the reset below.
     usleep(kStopSettleMicroseconds);
-    fluid_synth_system_reset(synth);
+    synth.ResetSynth();
     return 0;
 }
 
@@ -136,7 +122,7 @@ void NuvMIDIFilePlayback::m_Play() {
         fluid_player_join(player);
     usleep(kEndSettleMicroseconds);
     if (fluid_player_get_status(player) == FLUID_PLAYER_DONE)
-        fluid_synth_system_reset(m_pSynth);
+        m_pSynth->ResetSynth();
 
     // Deleted without the mutex: deleting joins the player's timer, whose tick takes it. A
     // stopped player's timer would wake 250 times a second until the next file, so the

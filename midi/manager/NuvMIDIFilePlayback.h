@@ -22,7 +22,7 @@
 #include <condition_variable>
 #include <mutex>
 
-class NuvMIDISynthActivity;
+class NuvMIDISeqSynth;
 
 // The play thread of one file; `arg` is the NuvMIDIFilePlayback.
 void* PlayFile(void* arg);
@@ -37,12 +37,12 @@ public:
     NuvMIDIFilePlayback();
     ~NuvMIDIFilePlayback(); // stops a playing file and waits for its thread
 
-    // Plays `fileName` (a standard MIDI file, at most 255 characters) on `synth`; its events
-    // go through `activity` when there is one. kBusy while a file plays: nothing is queued.
-    Started Start(const char* fileName, fluid_synth_t* synth, NuvMIDISynthActivity* activity);
-    // Stops a playing file: lets the player settle, then resets `synth`. 0 when a file was
-    // stopped, 1 when none was playing.
-    int Stop(fluid_synth_t* synth);
+    // Plays `fileName` (a standard MIDI file, at most 255 characters) on the synthesizer.
+    // kBusy while a file plays: nothing is queued.
+    Started Start(const char* fileName, NuvMIDISeqSynth& synth);
+    // Stops a playing file: lets the player settle, then resets the synthesizer. 0 when a
+    // file was stopped, 1 when none was playing.
+    int Stop(NuvMIDISeqSynth& synth);
     int Status();
 
 private:
@@ -58,7 +58,7 @@ private:
     std::condition_variable m_idle;
     State m_state;
     fluid_player_t* m_pPlayer; // the play thread deletes it when it goes idle
-    fluid_synth_t* m_pSynth;
+    NuvMIDISeqSynth* m_pSynth;
     char m_fileName[256];
     pthread_attr_t m_threadAttr;
     pthread_t m_playThread;

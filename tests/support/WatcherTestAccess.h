@@ -18,15 +18,28 @@ struct CandidateCopy {
 
 class NuvMIDIWatcherTestAccess {
 public:
-    static snd_seq_t* Seq(NuvMIDIWatcher& w) { return w.m_pSeqHandle; }
-    static fluid_synth_t* Synth(NuvMIDIWatcher& w) { return w.m_pSynthHandle; }
-    static fluid_settings_t* Settings(NuvMIDIWatcher& w) { return w.m_pSettings; }
-    static fluid_midi_driver_t* Driver(NuvMIDIWatcher& w) { return w.m_pMIDIDriver; }
+    static snd_seq_t* Seq(NuvMIDIWatcher& w) {
+        return w.m_seqSynth ? w.m_seqSynth->Seq() : nullptr;
+    }
+    static fluid_synth_t* Synth(NuvMIDIWatcher& w) {
+        return w.m_seqSynth ? w.m_seqSynth->Synth() : nullptr;
+    }
+    static fluid_settings_t* Settings(NuvMIDIWatcher& w) {
+        return w.m_seqSynth ? w.m_seqSynth->m_settings.get() : nullptr;
+    }
+    static fluid_midi_driver_t* Driver(NuvMIDIWatcher& w) {
+        return w.m_seqSynth ? w.m_seqSynth->m_driver.get() : nullptr;
+    }
     static int SynthClient(NuvMIDIWatcher& w) { return w.m_synthClient; }
     static int SynthPort(NuvMIDIWatcher& w) { return w.m_synthPort; }
     static int WatcherType(NuvMIDIWatcher& w) { return w.m_nWatcherType; }
 
-    static int CreateSynthesizer(NuvMIDIWatcher& w) { return w.m_CreateSynthesizer(); }
+    // The synthesizer alone, as Create makes it, on a watcher that was not created.
+    static int CreateSynthesizer(NuvMIDIWatcher& w) {
+        if (!w.m_seqSynth)
+            w.m_seqSynth.reset(new NuvMIDISeqSynth());
+        return w.m_seqSynth->CreateSynthesizer();
+    }
     static int AddDevice(NuvMIDIWatcher& w, int client, int port, int isSynth) {
         _MIDIClientInfo info{};
         info.client = client;

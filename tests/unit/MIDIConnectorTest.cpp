@@ -27,7 +27,7 @@ class MIDIConnectorQuery : public ::testing::Test {
 protected:
     TestSynthesizer m_synth;
     TestCandidate m_candidate{20, "Keyboard", m_synth.Get()};
-    NuvMIDIConnector m_connector{&m_candidate.info, nullptr};
+    NuvMIDIConnector m_connector{&m_candidate.info, nullptr, m_synth.Owner()};
 };
 
 TEST_F(MIDIConnectorQuery, ControlChangeReadsTheControllersValueOrKeepsTheCallersOnARefusal) {
@@ -90,7 +90,7 @@ class MIDIConnectorRelay : public ::testing::Test {
 protected:
     NuvMIDIWatcher m_watcher;
     TestCandidate m_candidate{20, "Keyboard", nullptr};
-    NuvMIDIConnector m_connector{&m_candidate.info, &m_watcher};
+    NuvMIDIConnector m_connector{&m_candidate.info, &m_watcher, nullptr};
     RecordingMIDICallback m_device;
 };
 
@@ -160,7 +160,7 @@ TEST(MIDIConnectorWithoutClientInformation, EveryOperationReportsTheMissingRecor
     NuvMIDIWatcher watcher;
     TestCandidate candidate(20, "Other", nullptr);
     candidate.info.pExtraInfo = nullptr;
-    NuvMIDIConnector connector(&candidate.info, &watcher);
+    NuvMIDIConnector connector(&candidate.info, &watcher, watcher.SeqSynth());
     RecordingMIDICallback device;
     _MIDIMessage msg = Message(0, 60, 100);
     const _MIDIMessage before = msg;

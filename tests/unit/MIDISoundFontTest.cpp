@@ -15,7 +15,7 @@
 
 namespace {
 
-const char kDefaultSoundFontPath[] = "/usr/share/tallowin/DefaultSF.sf2";
+const char* const kDefaultSoundFontPath = NuvMIDISeqSynth::kDefaultSoundFont;
 const std::string kLoadFailed = "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n\n";
 const std::string kNoDefault =
     "\n[NuvMIDIConnector::LoadSoundFontFile] Unable to find default sound font file\n \n";
@@ -40,7 +40,7 @@ protected:
 
     TestSynthesizer m_synth;
     TestCandidate m_candidate{20, "Keyboard", m_synth.Get()};
-    NuvMIDIConnector m_connector{&m_candidate.info, nullptr};
+    NuvMIDIConnector m_connector{&m_candidate.info, nullptr, m_synth.Owner()};
     std::vector<std::unique_ptr<TempFile>> m_fonts;
 };
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-const std::string kFont = NuvMIDIWatcher::kDefaultSoundFont;
+const std::string kFont = NuvMIDISeqSynth::kDefaultSoundFont;
 const std::string kSaved = kFont + ".saved-by-test";
 
 // Moves the installed default font aside for the scope of a test.
