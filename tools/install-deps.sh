@@ -5,6 +5,7 @@
 #     build    compiler, CMake, ALSA and FluidSynth headers: builds the library and nuvmidi
 #     test     GoogleTest, the ARM cross compiler (record layout check), lintian for the packages
 #     vm       qemu, a kernel, busybox and the programs the test VM carries
+#     armhf    the ARM emulator and the tools that build the ARM VM's extra kernel modules
 #     demo     the sound font and sox for the demonstration's spectrogram
 set -euo pipefail
 
@@ -12,10 +13,11 @@ declare -A group=(
   [build]="build-essential cmake ninja-build pkg-config libasound2-dev libfluidsynth-dev"
   [test]="libgtest-dev libbenchmark-dev g++-arm-linux-gnueabihf lintian"
   [vm]="qemu-system-x86 linux-image-amd64 busybox-static cpio alsa-utils fluidsynth timgm6mb-soundfont"
+  [armhf]="qemu-system-arm make kmod xz-utils"
   [demo]="timgm6mb-soundfont sox"
 )
 wanted=("$@")
-[ ${#wanted[@]} -gt 0 ] || wanted=(build test vm demo)
+[ ${#wanted[@]} -gt 0 ] || wanted=(build test vm armhf demo)
 
 packages=()
 for name in "${wanted[@]}"; do

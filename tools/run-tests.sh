@@ -16,11 +16,12 @@ builds=(plain address thread armhf)
 tools/install-deps.sh
 
 # The armhf sysroot and the ARM VM's kernel are fetched once and cached (about a minute and
-# a half the first time): meanwhile the other builds go on.
+# a half the first time): meanwhile the other builds go on, the fetch at the lowest priority
+# so that it does not slow the VM tests' timing. Its host packages come with the others.
 fetch_log=$(mktemp)
 trap 'rm -f "$fetch_log"' EXIT
 case " ${builds[*]} " in
-  *" armhf "*) tools/armhf/fetch.sh >"$fetch_log" 2>&1 & fetch_pid=$! ;;
+  *" armhf "*) nice -n 19 tools/armhf/fetch.sh >"$fetch_log" 2>&1 & fetch_pid=$! ;;
 esac
 
 jobs=$(nproc)
@@ -40,5 +41,11 @@ for build in "${builds[@]}"; do
     -DNUV_BUILD_TESTS=ON -DNUV_WERROR=ON >/dev/null
   ninja -C "$dir" -j "$jobs"
   # The VM tests take one boot each; the native ones run alongside.
-  (cd "$dir" && ctest --output-on-failure -j 2 --timeout 1500)
+  if ! (cd "$dir" && ctest --output-on-failure -j 2 --timeout 1500); then
+    # The VM tests' output is long: name what failed once more at the very end.
+    echo "=== $build build: what failed ==="
+    grep -hE -A4 ':[0-9]+: Failure$' "$dir/Testing/Temporary/LastTest.log" | tail -n 60 || true
+    grep -hE '^\[  FAILED  \] [A-Za-z0-9_/]+\.' "$dir/Testing/Temporary/LastTest.log" | sed 's/ (.*//' | sort -u || true
+    exit 8
+  fi
 done

@@ -45,15 +45,20 @@ void AlsaLog(const char* file, int line, const char* function, int err, const ch
 
 std::once_flag g_once;
 bool g_routed = false; // written once under g_once, read at unload
+// The handlers found when routing, given back at unload: a host that links one copy of
+// this library and loads and unloads another hands the logs back to the first, not to the
+// libraries' defaults. (Both ours and FluidSynth's default take no user data.)
+snd_lib_error_handler_t g_previousAlsa = nullptr;
+fluid_log_function_t g_previousFluid[LAST_LOG_LEVEL] = {};
 
 // Neither library may call into this one once it is unloaded.
 struct Unroute {
     ~Unroute() {
         if (!g_routed)
             return;
-        snd_lib_error_set_handler(nullptr);
+        snd_lib_error_set_handler(g_previousAlsa);
         for (int level = FLUID_PANIC; level <= FLUID_DBG; ++level)
-            fluid_set_log_function(level, fluid_default_log_function, nullptr);
+            fluid_set_log_function(level, g_previousFluid[level], nullptr);
     }
 } g_unroute;
 
@@ -61,9 +66,10 @@ struct Unroute {
 
 void NuvMIDIRouteLibraryLogs() {
     std::call_once(g_once, [] {
+        g_previousAlsa = snd_lib_error;
         snd_lib_error_set_handler(&AlsaLog);
         for (int level = FLUID_PANIC; level <= FLUID_DBG; ++level)
-            fluid_set_log_function(level, &FluidLog, nullptr);
+            g_previousFluid[level] = fluid_set_log_function(level, &FluidLog, nullptr);
         g_routed = true;
     });
 }

@@ -100,9 +100,10 @@ TEST_F(CliVm, TheWavHoldsTheRestsOnTheWallClocksTimeline) {
     const std::vector<double> onsets = WavOnsets(wav);
     ASSERT_EQ(2u, onsets.size());
 #if !defined(__SANITIZE_THREAD__)
-    // nuvmidi's own steps between the two sends take a few milliseconds more. Under
-    // ThreadSanitizer the first note is rendered tens of milliseconds late.
-    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.03 * TimeScale());
+    // nuvmidi's own steps between the two sends take a few milliseconds more, tens on a busy
+    // machine; a rest lost or counted twice is seconds. Under ThreadSanitizer the first note
+    // is rendered tens of milliseconds late.
+    EXPECT_NEAR(3.0, onsets[1] - onsets[0], 0.1 * TimeScale());
 #endif
 }
 
@@ -131,8 +132,9 @@ TEST_F(CliVm, PlayAndRenderRecordTheSameFile) {
     EXPECT_NEAR(0.0, offline[0], 0.01);
     // Live, FluidSynth's player sends the events of the file's first tick once it has loaded
     // the file, 20 to 90 ms after its clock started in the VM (more under the sanitizers);
-    // from there on the notes keep to the clock in both.
-    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.02 * TimeScale());
+    // from there on the notes keep to the clock in both (within what a busy machine's
+    // scheduling delays a thread by).
+    EXPECT_NEAR(offline[2] - offline[1], live[2] - live[1], 0.05 * TimeScale());
     unlink(song.c_str());
 }
 
