@@ -1,6 +1,8 @@
 // Life cycle of a MIDI connector and the relay of its device's incoming MIDI.
 #include "NuvMIDIConnector.h"
 
+#include <alsa/asoundlib.h>
+#include <errno.h>
 #include <string.h>
 
 #include "NuvLog"
@@ -54,31 +56,51 @@ void NuvMIDIConnector::GetClientInformation(_MIDIClientInfo* out) {
     *out = *info;
 }
 
+std::recursive_mutex& NuvMIDIConnector::RelayLock() {
+    return m_pWatcher != nullptr ? m_pWatcher->FanOutLock() : m_relayLock;
+}
+
+// The connector stands once in the watcher's list of its client, whatever the number of
+// registrations, and relays to the callback registered last.
 int NuvMIDIConnector::RegisterMIDICallback(NuvMIDICallback* callback) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIConnector::RegisterMIDICallback]\n");
     const _MIDIClientInfo* info = m_RequireClientInfo("RegisterMIDICallback");
     if (info == nullptr)
         return 1; // without a client number no event could ever be recognised as ours
-    // Set before the watcher can offer the first event, so that a listed connector
-    // always has somewhere to relay to.
-    m_pMIDICallback.store(callback);
-    if (m_pWatcher != nullptr)
-        m_pWatcher->RegisterMIDICallback(this);
-    // A repeated registration subscribes the same pair again; the sequencer refuses it
-    // and the existing subscription is what matters.
-    if (m_pSeqSynth != nullptr)
-        m_pSeqSynth->Listen(info->client, info->port);
+    {
+        std::lock_guard<std::recursive_mutex> lock(RelayLock());
+        // Set before the watcher can hand over the first event, so that a listed
+        // connector always has somewhere to relay to.
+        m_pMIDICallback.store(callback);
+        if (m_pWatcher != nullptr)
+            m_pWatcher->RegisterMIDICallback(info->client, this);
+    }
+    // The subscription outlives the registration (see UnregisterMIDICallback), so a
+    // repeated one finds it in place and the sequencer answers EBUSY.
+    if (m_pSeqSynth != nullptr) {
+        const int err = m_pSeqSynth->Listen(info->client, info->port);
+        if (err < 0 && err != -EBUSY && err != -ENODEV)
+            print_dlog(NUV_LOG_INFO,
+                       "\n[NuvMIDIConnector::RegisterMIDICallback] no subscription to %d:%d "
+                       "(%s): its events cannot arrive\n",
+                       info->client, info->port, snd_strerror(err));
+    }
     return 1;
 }
 
-int NuvMIDIConnector::UnregisterMIDICallback(NuvMIDICallback*) {
+// Only the callback that is registered now is let go: a device destroyed late must not
+// cut off the device that has been created on this connector since.
+int NuvMIDIConnector::UnregisterMIDICallback(NuvMIDICallback* callback) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIConnector::UnregisterMIDICallback]\n");
     // Once the watcher has let go of this connector it is no longer inside a relay (its
-    // fan-out holds its lock while it calls), so the callback can be forgotten safely.
-    // The sequencer subscription stays: other callbacks of the watcher may want the
-    // device's events.
-    if (m_pWatcher != nullptr)
-        m_pWatcher->UnregisterMIDICallback(this);
+    // fan-out holds this lock while it calls), so the callback can be forgotten safely.
+    // The sequencer subscription stays: the device may be registered again.
+    std::lock_guard<std::recursive_mutex> lock(RelayLock());
+    if (callback == nullptr || m_pMIDICallback.load() != callback)
+        return 0;
+    const _MIDIClientInfo* info = m_ClientInfo();
+    if (m_pWatcher != nullptr && info != nullptr)
+        m_pWatcher->UnregisterMIDICallback(info->client, this);
     m_pMIDICallback.store(nullptr);
     return 1;
 }
@@ -86,9 +108,9 @@ int NuvMIDIConnector::UnregisterMIDICallback(NuvMIDICallback*) {
 int NuvMIDIConnector::OnMIDIEvent(int client, int code, _MIDIMessage& msg) {
     const _MIDIClientInfo* info = m_ClientInfo();
     if (info == nullptr || client != info->client)
-        return 0; // another device's event: the watcher offers every event to everyone
+        return 0; // the watcher hands over its own client's events only; kept as a guard
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIConnector::OnMIDIEvent]Sent message to device\n");
-    // Null only while a registration and an unregistration on two host threads cross.
+    // Set whenever the connector is listed; both change under the lock this call runs in.
     NuvMIDICallback* callback = m_pMIDICallback.load();
     if (callback != nullptr)
         callback->OnMIDIEvent(client, code, msg);

@@ -5,6 +5,7 @@
 #define NUV_MIDI_CONNECTOR_H
 
 #include <atomic>
+#include <mutex>
 #include <string>
 
 #include "NuvConnector"
@@ -29,8 +30,14 @@ public:
 
     int SendMessage(MIDIEventType type, _MIDIMessage& msg);
     int GetInformation(MIDIEventType type, _MIDIMessage* msg);
+    // Relays the device's incoming MIDI to `callback`; registers the connector with the
+    // watcher for its client once, and subscribes the watcher to the device's port. 1.
     int RegisterMIDICallback(NuvMIDICallback* callback);
+    // Stops relaying if `callback` is the one relayed to: 1; otherwise 0, nothing changes.
     int UnregisterMIDICallback(NuvMIDICallback* callback);
+    // Held while relaying and while the relay changes (the watcher's fan-out lock):
+    // recursive, and held by the event thread when it calls into the device.
+    std::recursive_mutex& RelayLock();
     void GetClientInformation(_MIDIClientInfo* out);
     NuvMIDISeqSynth* SeqSynth() const { return m_pSeqSynth; }
 
@@ -49,6 +56,7 @@ private:
     NuvMIDIWatcher* m_pWatcher;
     NuvMIDISeqSynth* m_pSeqSynth;
     std::atomic<NuvMIDICallback*> m_pMIDICallback;
+    std::recursive_mutex m_relayLock; // stands in for the fan-out lock without a watcher
 };
 
 #endif

@@ -47,11 +47,13 @@ void NuvMIDIDevice::GetDevInfo(_NuvDevInfo& info) {
     memcpy(&info, &m_pConnector->GetDevInfo(), sizeof(info));
 }
 
-// Each registration registers the device with its connector again, so with two host
-// callbacks every event reaches each of them twice; unregistering any one of them
-// unregisters the device altogether.
-// A null callback is refused before the connector is reached: registering it would relay
-// events to nobody, and unregistering it would cut off the host's real callbacks.
+// The device stands with its connector once while it has at least one host callback, so
+// each callback receives each event once; unregistering one leaves the others receiving.
+// The handler and the connector change together under the connector's relay lock, which
+// the event thread already holds when a callback unregisters itself: a registration and
+// an unregistration crossing on two threads cannot leave the device registered without
+// callbacks, or with callbacks but unregistered.
+// A null callback is refused before the connector is reached.
 int NuvMIDIDevice::RegisterCallback(NuvCallback* callback) {
     if (callback == nullptr) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDevice::RegisterCallback] null callback\n");
@@ -60,7 +62,9 @@ int NuvMIDIDevice::RegisterCallback(NuvCallback* callback) {
     HostCall call(*this);
     if (!call)
         return NUV_ERR_GENERAL;
-    NuvCallbackHandler::RegisterCallback(callback);
+    std::lock_guard<std::recursive_mutex> lock(m_pConnector->RelayLock());
+    if (NuvCallbackHandler::RegisterCallback(callback) != NUV_OK)
+        return 1;
     return m_pConnector->RegisterMIDICallback(this);
 }
 
@@ -72,8 +76,11 @@ int NuvMIDIDevice::UnregisterCallback(NuvCallback* callback) {
     HostCall call(*this);
     if (!call)
         return NUV_ERR_GENERAL;
+    std::lock_guard<std::recursive_mutex> lock(m_pConnector->RelayLock());
     NuvCallbackHandler::UnregisterCallback(callback);
-    return m_pConnector->UnregisterMIDICallback(this);
+    if (!HasCallbacks())
+        m_pConnector->UnregisterMIDICallback(this);
+    return 1;
 }
 
 int NuvMIDIDevice::GetInformation(MIDIEventType type, _MIDIMessage* msg) {

@@ -13,8 +13,6 @@
 namespace {
 // The MIDI watcher and connector carry the bit position of the MIDI device-type code.
 const int kMIDIWatcherType = 9;
-// A pass runs when the sequencer has input waiting, and at least every 30 ms.
-const unsigned long kPassPeriodMs = 30;
 // The priority of FluidSynth's own MIDI input thread.
 const int kRealtimePriority = 50;
 
@@ -59,7 +57,8 @@ int NuvMIDIWatcher::Create() {
         m_Release();
         return NUV_ERR_GENERAL;
     }
-    SetPeriod(kPassPeriodMs);
+    // Passes run when the sequencer has input waiting, with no timer (see m_NextPassMs).
+    SetPeriod(0);
     const int result = NuvWatcher::Create();
     if (result != 0)
         m_Release(); // a failed Create leaves nothing for its owner to release
@@ -98,6 +97,7 @@ void NuvMIDIWatcher::t_ExtraEnumerate() {
         }
     }
     m_CheckDevices();
+    SetPeriod(m_NextPassMs());
 }
 
 // Only the watcher thread changes the candidate map while it runs, so its own pass may

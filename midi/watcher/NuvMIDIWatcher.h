@@ -15,6 +15,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 #include "NuvMIDICallback.h"
@@ -33,16 +34,19 @@ public:
     virtual void t_DeleteExtraInfo(_NuvDetailDevInfo* info);
     virtual int OnMIDIEvent(int client, int code, _MIDIMessage& msg);
 
-    // Fan-out of incoming MIDI, safe from any thread and from inside a callback.
-    // Registration refuses null (and still answers 1). Once UnregisterMIDICallback has
-    // returned on another thread, that callback is not called again; from inside a
-    // callback it takes effect for the rest of the walk in progress.
+    // Fan-out of incoming MIDI, safe from any thread and from inside a callback. A
+    // callback is registered for one sending client and receives that client's events
+    // only, once each however often it was registered. Registration refuses null (and
+    // still answers 1). UnregisterMIDICallback answers 0 when the callback was not
+    // registered for that client. Once it has returned on another thread, that callback
+    // is not called again; from inside a callback it takes effect for the rest of the
+    // walk in progress.
     // A callback runs with FanOutLock() held: it must not wait for a thread that may be
     // registering or unregistering at that moment.
-    int RegisterMIDICallback(NuvMIDICallback* callback);
-    int UnregisterMIDICallback(NuvMIDICallback* callback);
-    // Held while the list changes and during a whole walk; recursive, so a callback may
-    // take it again. A connector may hold it to read or clear its own callback pointer
+    int RegisterMIDICallback(int client, NuvMIDICallback* callback);
+    int UnregisterMIDICallback(int client, NuvMIDICallback* callback);
+    // Held while the lists change and during a whole walk; recursive, so a callback may
+    // take it again. A connector and its device hold it to change what they relay to
     // without racing a walk.
     std::recursive_mutex& FanOutLock() { return m_fanOutLock; }
 
@@ -64,6 +68,7 @@ private:
     // instead (see PendingStart).
     bool m_OnClientStart(int client, int port, bool mayWait);
     bool m_DecidePendingStarts();
+    unsigned long m_NextPassMs() const;
     bool m_HasPlaceholderName(int client);
     bool m_HasPort(int client, int port);
     void m_OnClientExit(const snd_seq_event_t* ev);
@@ -78,9 +83,9 @@ private:
     // or had not made its announced port yet. Passes start as soon as input waits, so the
     // announcement of a new client is often read before the client has named itself, and
     // a kernel client (a USB keyboard's) announces itself before its port exists: a device
-    // offered then could not be subscribed to. It is decided by the first pass at least
-    // kNamingGrace later, as a pass once per period would have seen it, and waits for
-    // the name and the port up to kNamingLimit. Only the watcher thread uses the list.
+    // offered then could not be subscribed to. It is decided by a pass kNamingGrace later
+    // (the one timer the watcher sets, see m_NextPassMs), and waits for the name and the
+    // port up to kNamingLimit. Only the watcher thread uses the list.
     struct PendingStart {
         int client;
         int port;
@@ -89,11 +94,13 @@ private:
     static constexpr std::chrono::milliseconds kNamingGrace{25};
     static constexpr std::chrono::milliseconds kNamingLimit{1000};
     std::vector<PendingStart> m_pendingStarts;
-    // Registration order. A null entry is a callback removed during a walk: the walk
-    // skips it and the outermost walk erases it when it ends.
-    std::list<NuvMIDICallback*> m_callbackList;
+    // The callbacks of each sending client, in registration order: an event is handed to
+    // its own client's callbacks only, whatever the number of devices. A null entry is a
+    // callback removed during a walk: the walk skips it and the outermost walk erases it
+    // when it ends.
+    std::unordered_map<int, std::list<NuvMIDICallback*>> m_callbacksByClient;
 
-    std::recursive_mutex m_fanOutLock; // guards m_callbackList and the two fields below
+    std::recursive_mutex m_fanOutLock; // guards m_callbacksByClient and the two fields below
     int m_nWalkDepth;                  // nesting depth of the walk in progress
     bool m_bRemovedDuringWalk;
     bool m_bRealtimeTried; // the watcher thread's own: its priority is raised once

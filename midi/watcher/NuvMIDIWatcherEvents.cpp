@@ -100,6 +100,28 @@ bool NuvMIDIWatcher::m_DecidePendingStarts() {
     return true;
 }
 
+// Nothing but input wakes the watcher, except a client start set aside: the next pass
+// comes when the first of them is due, and while one waits for its name (the sequencer
+// announces no renaming) once per grace period until its limit. A pass that left events
+// in the input buffer (a recorder's start ends the reading) has the next one come at
+// once: poll() sees only what is still in the kernel.
+unsigned long NuvMIDIWatcher::m_NextPassMs() const {
+    snd_seq_t* seq = m_seqSynth != nullptr ? m_seqSynth->Seq() : nullptr;
+    if (seq != nullptr && snd_seq_event_input_pending(seq, 0) > 0)
+        return 1;
+    if (m_pendingStarts.empty())
+        return 0;
+    using namespace std::chrono;
+    const auto now = steady_clock::now();
+    nanoseconds next = kNamingGrace;
+    for (const PendingStart& start : m_pendingStarts) {
+        const nanoseconds due = start.readAt + kNamingGrace - now;
+        if (due.count() > 0)
+            next = std::min(next, due);
+    }
+    return static_cast<unsigned long>(ceil<milliseconds>(next).count());
+}
+
 bool NuvMIDIWatcher::m_HasPlaceholderName(int client) {
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
     if (!clientInfo || snd_seq_get_any_client_info(m_seqSynth->Seq(), client, clientInfo.get()) < 0)

@@ -126,7 +126,7 @@ TEST_F(Watcher, InputOnAWakeDescriptorStartsAPassAtOnce) {
     };
     struct pollfd fd = {wakeFd, POLLIN, 0};
     watcher.SetWakeDescriptors(&fd, 1);
-    watcher.SetPeriod(60000);
+    watcher.SetPeriod(0); // no timer: input and Stop alone end the wait
     ASSERT_EQ(watcher.Create(), NUV_OK);
     ASSERT_EQ(watcher.Start(), NUV_OK);
     ASSERT_TRUE(WaitFor([&] { return watcher.extraPasses == 1; }));
@@ -147,7 +147,7 @@ TEST_F(Watcher, AHungUpWakeDescriptorIsDroppedInsteadOfSpinning) {
     close(pipeFds[1]); // the read end reports POLLHUP from now on
     struct pollfd fd = {pipeFds[0], POLLIN, 0};
     watcher.SetWakeDescriptors(&fd, 1);
-    watcher.SetPeriod(60000);
+    watcher.SetPeriod(0); // no timer: input and Stop alone end the wait
     ASSERT_EQ(watcher.Create(), NUV_OK);
     ASSERT_EQ(watcher.Start(), NUV_OK);
 

@@ -47,13 +47,15 @@ protected:
     Recorder a{"A", calls}, b{"B", calls}, c{"C", calls};
 };
 
-TEST_F(MIDIWatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrderAndNullIsRefused) {
+TEST_F(MIDIWatcherFanOut, TheSendersCallbacksGetTheMessageOnceInRegistrationOrder) {
     EXPECT_EQ(0, Send());
     EXPECT_EQ(1, log.Count(kNoDevice, NUV_LOG_INFO));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(nullptr));
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(nullptr));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(&a));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(&b));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, nullptr));
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, nullptr));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, &a));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, &b));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, &a));
+    EXPECT_EQ(1, watcher.RegisterMIDICallback(21, &c));
 
     EXPECT_EQ(1, Send());
     EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
@@ -62,57 +64,50 @@ TEST_F(MIDIWatcherFanOut, EveryCallbackGetsTheMessageInRegistrationOrderAndNullI
         EXPECT_EQ(16, r->lastCode);
         EXPECT_EQ(&message, r->lastMessage);
     }
-}
 
-TEST_F(MIDIWatcherFanOut, DuplicatesAreCalledTwiceAndRemovedTogether) {
-    watcher.RegisterMIDICallback(&a);
-    watcher.RegisterMIDICallback(&b);
-    watcher.RegisterMIDICallback(&a);
-    Send();
-    EXPECT_EQ((std::vector<std::string>{"A", "B", "A"}), calls);
-
-    EXPECT_EQ(1, watcher.UnregisterMIDICallback(&a));
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(&a));
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(&c)); // never registered
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(21, &a)); // registered for another client
+    EXPECT_EQ(1, watcher.UnregisterMIDICallback(20, &a));
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, &a));
     calls.clear();
     Send();
     EXPECT_EQ((std::vector<std::string>{"B"}), calls);
 }
 
 TEST_F(MIDIWatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
-    watcher.RegisterMIDICallback(&a);
-    watcher.RegisterMIDICallback(&b);
-    watcher.RegisterMIDICallback(&c);
-    // A removes itself and C, and adds B once more: C is not called in this walk, the new
-    // entry waits for the next message.
+    watcher.RegisterMIDICallback(20, &a);
+    watcher.RegisterMIDICallback(20, &b);
+    watcher.RegisterMIDICallback(20, &c);
+    // A removes C and itself, then registers itself again: C is not called in this walk,
+    // A's new entry waits for the next message.
     a.action = [&] {
-        EXPECT_EQ(1, watcher.UnregisterMIDICallback(&a));
-        EXPECT_EQ(1, watcher.UnregisterMIDICallback(&c));
-        EXPECT_EQ(0, watcher.UnregisterMIDICallback(&c));
-        watcher.RegisterMIDICallback(&b);
+        a.action = nullptr;
+        EXPECT_EQ(1, watcher.UnregisterMIDICallback(20, &c));
+        EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, &c));
+        EXPECT_EQ(1, watcher.UnregisterMIDICallback(20, &a));
+        watcher.RegisterMIDICallback(20, &a);
     };
     EXPECT_EQ(1, Send());
     EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
 
     calls.clear();
     Send();
-    EXPECT_EQ((std::vector<std::string>{"B", "B"}), calls);
+    EXPECT_EQ((std::vector<std::string>{"B", "A"}), calls);
 }
 
 TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
-    watcher.RegisterMIDICallback(&a);
-    watcher.RegisterMIDICallback(&b);
-    watcher.RegisterMIDICallback(&c);
+    watcher.RegisterMIDICallback(20, &a);
+    watcher.RegisterMIDICallback(20, &b);
+    watcher.RegisterMIDICallback(20, &c);
     // A's call starts a nested walk in which B removes itself; the outer walk, still on
     // A's node, goes on to C over B's removed entry.
     bool nested = false;
     a.action = [&] {
         if (!nested) {
             nested = true;
-            watcher.OnMIDIEvent(21, 17, message);
+            watcher.OnMIDIEvent(20, 17, message);
         }
     };
-    b.action = [&] { watcher.UnregisterMIDICallback(&b); };
+    b.action = [&] { watcher.UnregisterMIDICallback(20, &b); };
     Send();
     EXPECT_EQ((std::vector<std::string>{"A", "A", "B", "C", "C"}), calls);
 
@@ -138,8 +133,8 @@ TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
         while (!stop.load()) {
             // Every 16th message, a callback that removes itself from inside the walk.
             if (++n % 16 == 0) {
-                selfRemoving.action = [&] { watcher.UnregisterMIDICallback(&selfRemoving); };
-                watcher.RegisterMIDICallback(&selfRemoving);
+                selfRemoving.action = [&] { watcher.UnregisterMIDICallback(20, &selfRemoving); };
+                watcher.RegisterMIDICallback(20, &selfRemoving);
             }
             watcher.OnMIDIEvent(20, 16, message);
         }
@@ -150,10 +145,10 @@ TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
             // Until the stream has met this callback often enough for the race to be real.
             for (int i = 0; (i < 2000 || cb.calls.load() < 50) && i < 1000000; ++i) {
                 cb.unregistered.store(false);
-                watcher.RegisterMIDICallback(&cb);
+                watcher.RegisterMIDICallback(20, &cb);
                 if (i % 2 == 0)
                     std::this_thread::yield();
-                watcher.UnregisterMIDICallback(&cb);
+                watcher.UnregisterMIDICallback(20, &cb);
                 cb.unregistered.store(true);
             }
         });
@@ -168,7 +163,7 @@ TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
         EXPECT_EQ(0, cb.lateCalls.load());
         EXPECT_GE(cb.calls.load(), 50);
     }
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(&selfRemoving));
+    EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, &selfRemoving));
 }
 
 } // namespace

@@ -1,11 +1,13 @@
 // Host callbacks that destroy what is calling them, unregister themselves or block: the
 // calls return, nothing that was destroyed or unregistered calls back afterwards, and the
-// library goes on (or is created again).
+// library goes on (or is created again). Many callbacks on one device: one call each.
 #include <atomic>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 #include "MIDITestDevices.h"
 #include "ManagerVmFixture.h"
@@ -211,6 +213,54 @@ TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
     open.set_value();
     EXPECT_TRUE(WaitFor([&] { return gated.calls.load() == 4; }));
     EXPECT_EQ(1, m_device->UnregisterCallback(&gated));
+}
+
+// The notes a host callback receives, in order.
+class NoteRecorder : public NuvCallback {
+public:
+    int t_OnCallback(int, void*, void* msg, void*) override {
+        std::lock_guard<std::mutex> lock(m_lock);
+        m_notes.push_back(static_cast<const _MIDIMessage*>(msg)->param);
+        return 0;
+    }
+    std::vector<int> Notes() {
+        std::lock_guard<std::mutex> lock(m_lock);
+        return m_notes;
+    }
+
+private:
+    std::mutex m_lock;
+    std::vector<int> m_notes;
+};
+
+// Every host callback of a device receives every event once, however many there are; the
+// others keep receiving when one goes, and the device comes back once after the last went.
+TEST_F(KeyboardCallbacks, EachCallbackGetsEachEventOnceAndUnregisteringOneLeavesTheOthers) {
+    const int kCallbacks = 16;
+    std::vector<std::unique_ptr<NoteRecorder>> hosts;
+    for (int i = 0; i < kCallbacks; ++i) {
+        hosts.emplace_back(new NoteRecorder);
+        ASSERT_EQ(1, m_device->RegisterCallback(hosts.back().get()));
+    }
+    ASSERT_EQ(1, m_device->RegisterCallback(hosts[0].get())); // again: still one delivery
+    auto play = [&](std::vector<uint8_t> notes) {
+        for (uint8_t note : notes)
+            ASSERT_TRUE(m_keyboards[0].Write({0x90, note, 64}));
+        ASSERT_TRUE(EarlierEventsRead());
+    };
+    play({60, 61});
+    ASSERT_EQ(1, m_device->UnregisterCallback(hosts[0].get()));
+    play({62});
+    for (int i = 1; i < kCallbacks; ++i)
+        ASSERT_EQ(1, m_device->UnregisterCallback(hosts[i].get()));
+    play({63});
+    ASSERT_EQ(1, m_device->RegisterCallback(hosts[0].get()));
+    play({64});
+
+    EXPECT_EQ((std::vector<int>{60, 61, 64}), hosts[0]->Notes());
+    for (int i = 1; i < kCallbacks; ++i)
+        EXPECT_EQ((std::vector<int>{60, 61, 62}), hosts[i]->Notes()) << i;
+    EXPECT_EQ(1, m_device->UnregisterCallback(hosts[0].get()));
 }
 
 const Case kCases[] = {

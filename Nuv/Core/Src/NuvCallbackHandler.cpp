@@ -44,6 +44,13 @@ int NuvCallbackHandler::UnregisterCallback(NuvCallback* callback) {
                                                                                : NUV_ERR_GENERAL;
 }
 
+bool NuvCallbackHandler::HasCallbacks() {
+    if (!m_mutex.FlagCreate())
+        return !m_mapCallback.empty();
+    NuvMutexGuard guard(m_mutex);
+    return !m_mapCallback.empty();
+}
+
 void NuvCallbackHandler::ExecuteCallback(int event, void* arg1, void* arg2, void* arg3) {
     if (!m_mutex.FlagCreate())
         return;

@@ -33,21 +33,24 @@ void DropWakeDescriptor(NuvWatcherLoop& loop, int index) {
     --loop.wakeCount;
 }
 
-// Waits until the period that began at passStartNs has run out or a wake descriptor has
-// input (true: run the next pass), or Stop was called (false).
+// Waits until the period that began at passStartNs has run out (if there is one) or a wake
+// descriptor has input (true: run the next pass), or Stop was called (false).
 bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStartNs) {
     for (;;) {
         if (loop.stopping.load() || loop.generation.load() != generation)
             return false;
-        // A period of 0 would make the thread spin: one millisecond is the shortest.
+        // Period 0: no timer at all, only input or a stop end the wait.
         const unsigned long periodMs = loop.periodMs.load();
-        const int64_t periodNs = static_cast<int64_t>(periodMs > 0 ? periodMs : 1) * 1000000;
-        const int64_t remainingNs = passStartNs + periodNs - MonotonicNs();
-        if (remainingNs <= 0)
-            return true;
-        // Rounded up, so the thread never wakes a little early and spins on a zero timeout.
-        const int64_t remainingMs = (remainingNs + 999999) / 1000000;
-        const int timeout = remainingMs > INT32_MAX ? INT32_MAX : static_cast<int>(remainingMs);
+        int timeout = -1;
+        if (periodMs > 0) {
+            const int64_t remainingNs =
+                passStartNs + static_cast<int64_t>(periodMs) * 1000000 - MonotonicNs();
+            if (remainingNs <= 0)
+                return true;
+            // Rounded up, so the thread never wakes a little early and spins on a zero timeout.
+            const int64_t remainingMs = (remainingNs + 999999) / 1000000;
+            timeout = remainingMs > INT32_MAX ? INT32_MAX : static_cast<int>(remainingMs);
+        }
 
         struct pollfd fds[1 + NuvWatcherLoop::kMaxWakeDescriptors];
         fds[0] = {loop.stopFd, POLLIN, 0};
@@ -204,7 +207,7 @@ void NuvWatcher::Stop() {
     m_pLoop->stopping.store(true);
     const uint64_t one = 1;
     if (write(m_pLoop->stopFd, &one, sizeof(one)) < 0) {
-        // The stopping flag alone still ends the loop within one period.
+        // Only a full counter refuses the write, and then a wake-up is pending already.
     }
     NuvThread::Destroy();
 }
