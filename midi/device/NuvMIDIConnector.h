@@ -46,8 +46,6 @@ public:
     std::string GetSoundFontIntruments(unsigned int fontId, unsigned int start, unsigned int count);
 
 private:
-    friend struct NuvMIDIConnectorProbe; // tests read the fields kept for the framework core
-
     _MIDIClientInfo* m_ClientInfo() const { return static_cast<_MIDIClientInfo*>(m_pExtraInfo); }
     // The client information, or null after logging that `operation` has none to work on
     // (a candidate that another plug-in's watcher made).

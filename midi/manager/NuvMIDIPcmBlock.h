@@ -3,7 +3,8 @@
 #ifndef NUV_MIDI_PCM_BLOCK_H
 #define NUV_MIDI_PCM_BLOCK_H
 
-constexpr int kNuvMIDISampleRate = 48000;
+#include "NuvMIDISynthSettings.h" // kNuvMIDISampleRate
+
 constexpr int kNuvMIDIBlockFrames = 64;
 constexpr int kNuvMIDIBlockBytes = kNuvMIDIBlockFrames * 4;
 

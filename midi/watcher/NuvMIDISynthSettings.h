@@ -8,11 +8,13 @@
 
 // Loaded into every synthesizer when the file exists.
 constexpr const char* kNuvMIDIDefaultSoundFont = "/usr/share/tallowin/DefaultSF.sf2";
+// The synthesizer renders at the rate that the renderer plays.
+constexpr int kNuvMIDISampleRate = 48000;
 
 inline void NuvMIDIApplySynthSettings(fluid_settings_t* settings) {
     // Sound leaves only through the renderer, never through a FluidSynth audio driver.
     fluid_settings_setstr(settings, "audio.driver", "file");
-    fluid_settings_setnum(settings, "synth.sample-rate", 48000.0);
+    fluid_settings_setnum(settings, "synth.sample-rate", kNuvMIDISampleRate);
     fluid_settings_setint(settings, "audio.periods", 8);
     fluid_settings_setint(settings, "synth.polyphony", 64);
     fluid_settings_setnum(settings, "synth.gain", 1.0);

@@ -54,8 +54,6 @@ public:
     NuvMIDISeqSynth* SeqSynth() const { return m_seqSynth.get(); }
 
 private:
-    friend class NuvMIDIWatcherTestAccess;
-
     int m_CreateSequencer();
     void m_Release();
     void m_AddExistingDevices();

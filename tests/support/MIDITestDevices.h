@@ -1,5 +1,5 @@
-// Building blocks for tests of connectors and devices without a sequencer: a synthesizer
-// of the test's own and a candidate record as the watcher makes it for one client.
+// Building blocks for tests of connectors and devices: messages, a synthesizer of the
+// test's own, a candidate record as the watcher makes it for one client, a host callback.
 #ifndef NUV_TEST_MIDI_TEST_DEVICES_H
 #define NUV_TEST_MIDI_TEST_DEVICES_H
 
@@ -7,12 +7,9 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <mutex>
-#include <string>
-#include <vector>
+#include <atomic>
 
 #include "NuvCallback"
-#include "NuvMIDICallback.h"
 #include "NuvMIDISeqSynth.h"
 #include "NuvMIDITypes.h"
 
@@ -64,61 +61,10 @@ struct TestCandidate {
     _MIDIClientInfo client;
 };
 
-// One call that a MIDI callback or a host callback received.
-struct ReceivedEvent {
-    int client; // the sending client; -1 for host callbacks, which are not told
-    int code;
-    int deviceId; // host callbacks only
-    const _MIDIMessage* message;
-    _MIDIMessage copy;
-    bool lastArgumentNull;
-};
-
-// Records what a connector relays.
-class RecordingMIDICallback : public NuvMIDICallback {
-public:
-    int OnMIDIEvent(int client, int code, _MIDIMessage& msg) override {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_events.push_back({client, code, -1, &msg, msg, true});
-        return 0;
-    }
-    std::vector<ReceivedEvent> Events() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_events;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<ReceivedEvent> m_events;
-};
-
-// A host callback that does nothing.
-class QuietHostCallback : public NuvCallback {
-public:
-    int t_OnCallback(int, void*, void*, void*) override { return 0; }
-};
-
-// Records what a device hands to the host: code, device id, message, null.
-class RecordingHostCallback : public NuvCallback {
-public:
-    int t_OnCallback(int event, void* arg1, void* arg2, void* arg3) override {
-        std::lock_guard<std::mutex> lock(m_lock);
-        const _MIDIMessage* msg = static_cast<const _MIDIMessage*>(arg2);
-        m_events.push_back({-1, event, *static_cast<const int*>(arg1), msg, *msg, arg3 == nullptr});
-        return 0;
-    }
-    std::vector<ReceivedEvent> Events() const {
-        std::lock_guard<std::mutex> lock(m_lock);
-        return m_events;
-    }
-    size_t Count() const {
-        std::lock_guard<std::mutex> lock(m_lock);
-        return m_events.size();
-    }
-
-private:
-    mutable std::mutex m_lock;
-    std::vector<ReceivedEvent> m_events;
+// A host callback that counts its calls.
+struct CountingHostCallback : NuvCallback {
+    int t_OnCallback(int, void*, void*, void*) override { return ++calls, 0; }
+    std::atomic<int> calls{0};
 };
 
 #endif

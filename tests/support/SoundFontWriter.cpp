@@ -90,18 +90,12 @@ Bytes Samples() {
     return List("sdta", Chunk("smpl", points));
 }
 
-Bytes Generator(uint16_t oper, uint16_t amount) {
-    Bytes gen;
-    gen.U16(oper);
-    gen.U16(amount);
-    return gen;
-}
-
-Bytes Bag(uint16_t genIndex, uint16_t modIndex) {
-    Bytes bag;
-    bag.U16(genIndex);
-    bag.U16(modIndex);
-    return bag;
+// A generator (operator, amount) or a bag (generator index, modulator index).
+Bytes Pair(uint16_t first, uint16_t second) {
+    Bytes pair;
+    pair.U16(first);
+    pair.U16(second);
+    return pair;
 }
 
 Bytes TerminalModulator() {
@@ -115,26 +109,21 @@ Bytes TerminalModulator() {
 Bytes Hydra(const std::vector<SoundFontPreset>& presets) {
     const uint16_t count = static_cast<uint16_t>(presets.size());
     Bytes phdr, pbag, pgen;
+    auto header = [&](const std::string& name, int program, int bank, uint16_t bag) {
+        phdr.Text(name, 20);
+        phdr.U16(static_cast<uint16_t>(program));
+        phdr.U16(static_cast<uint16_t>(bank));
+        phdr.U16(bag);
+        phdr.Text("", 12); // library, genre, morphology
+    };
     for (uint16_t i = 0; i < count; ++i) {
-        phdr.Text(presets[i].name, 20);
-        phdr.U16(static_cast<uint16_t>(presets[i].program));
-        phdr.U16(static_cast<uint16_t>(presets[i].bank));
-        phdr.U16(i); // its bag
-        phdr.U32(0);
-        phdr.U32(0);
-        phdr.U32(0);
-        pbag.Append(Bag(i, 0));
-        pgen.Append(Generator(kGenInstrument, 0));
+        header(presets[i].name, presets[i].program, presets[i].bank, i);
+        pbag.Append(Pair(i, 0));
+        pgen.Append(Pair(kGenInstrument, 0));
     }
-    phdr.Text("EOP", 20);
-    phdr.U16(0);
-    phdr.U16(0);
-    phdr.U16(count);
-    phdr.U32(0);
-    phdr.U32(0);
-    phdr.U32(0);
-    pbag.Append(Bag(count, 0));
-    pgen.Append(Generator(0, 0));
+    header("EOP", 0, 0, count);
+    pbag.Append(Pair(count, 0));
+    pgen.Append(Pair(0, 0));
 
     Bytes inst;
     inst.Text("Sine", 20);
@@ -142,12 +131,12 @@ Bytes Hydra(const std::vector<SoundFontPreset>& presets) {
     inst.Text("EOI", 20);
     inst.U16(1);
     Bytes ibag;
-    ibag.Append(Bag(0, 0));
-    ibag.Append(Bag(2, 0));
+    ibag.Append(Pair(0, 0));
+    ibag.Append(Pair(2, 0));
     Bytes igen;
-    igen.Append(Generator(kGenSampleModes, 1)); // loop continuously
-    igen.Append(Generator(kGenSampleId, 0));    // must close the zone
-    igen.Append(Generator(0, 0));
+    igen.Append(Pair(kGenSampleModes, 1)); // loop continuously
+    igen.Append(Pair(kGenSampleId, 0));    // must close the zone
+    igen.Append(Pair(0, 0));
 
     Bytes shdr;
     shdr.Text("Sine", 20);
@@ -184,15 +173,6 @@ std::vector<uint8_t> BuildSoundFont(const std::vector<SoundFontPreset>& presets)
     body.Append(Samples());
     body.Append(Hydra(presets));
     return Chunk("RIFF", body).Data();
-}
-
-bool WriteSoundFont(const std::string& path, const std::vector<SoundFontPreset>& presets) {
-    const std::vector<uint8_t> bytes = BuildSoundFont(presets);
-    FILE* file = fopen(path.c_str(), "wb");
-    if (file == nullptr)
-        return false;
-    const bool written = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return fclose(file) == 0 && written;
 }
 
 TempFile::TempFile(const std::string& suffix) {

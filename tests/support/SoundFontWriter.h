@@ -16,9 +16,6 @@ struct SoundFontPreset {
 // The bytes of a complete font with these presets, in this order.
 std::vector<uint8_t> BuildSoundFont(const std::vector<SoundFontPreset>& presets);
 
-// Writes the font to `path`; false when the file cannot be written.
-bool WriteSoundFont(const std::string& path, const std::vector<SoundFontPreset>& presets);
-
 // A temporary file that is removed when the object goes.
 class TempFile {
 public:

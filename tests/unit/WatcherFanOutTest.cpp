@@ -10,6 +10,8 @@
 
 #include "LateCallRecorder.h"
 #include "LogCapture.h"
+#include "MIDITestDevices.h"
+#include "NuvMIDIConnector.h"
 #include "NuvMIDIWatcher.h"
 
 namespace {
@@ -114,6 +116,21 @@ TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
     calls.clear();
     Send();
     EXPECT_EQ((std::vector<std::string>{"A", "C"}), calls);
+}
+
+// A device re-created on a connector registers before the old device's teardown has run:
+// that teardown lets go of its own registration only.
+TEST_F(MIDIWatcherFanOut, AConnectorLetsGoOnlyOfTheCallbackItRelaysTo) {
+    TestCandidate candidate(20, "Keyboard", nullptr);
+    NuvMIDIConnector connector(&candidate.info, &watcher, nullptr);
+    EXPECT_EQ(1, connector.RegisterMIDICallback(&a));
+    EXPECT_EQ(1, connector.RegisterMIDICallback(&b));
+    EXPECT_EQ(0, connector.UnregisterMIDICallback(&a));
+    EXPECT_EQ(1, Send());
+    EXPECT_EQ((std::vector<std::string>{"B"}), calls);
+
+    EXPECT_EQ(1, connector.UnregisterMIDICallback(&b));
+    EXPECT_EQ(0, Send());
 }
 
 // Host threads register and unregister while a stream of messages is handed out. Once

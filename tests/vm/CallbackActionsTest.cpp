@@ -1,7 +1,6 @@
 // Host callbacks that destroy what is calling them, unregister themselves or block: the
 // calls return, nothing that was destroyed or unregistered calls back afterwards, and the
 // library goes on (or is created again). Many callbacks on one device: one call each.
-#include <atomic>
 #include <functional>
 #include <future>
 #include <memory>
@@ -9,10 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "MIDITestDevices.h"
 #include "ManagerVmFixture.h"
 #include "NuvMIDIDevice.h"
-#include "VirtualKeyboard.h"
 
 struct NuvMIDIDeviceProbe {
     static int HostCalls(INuvMIDIDevice* device) {
@@ -24,14 +21,16 @@ struct NuvMIDIDeviceProbe {
 
 namespace {
 
-// Runs `action` in its first call, on the watcher thread; counts the calls after it.
+// Runs `action` in its first call, on the watcher thread; counts the calls that come once
+// `after` holds (its own action's end, unless told otherwise).
 class ActingCallback : public NuvCallback {
 public:
-    explicit ActingCallback(std::function<int()> action) : m_action(std::move(action)) {}
+    ActingCallback(std::function<int()> action, const std::atomic<bool>* after = nullptr)
+        : m_action(std::move(action)), m_after(after != nullptr ? after : &acted) {}
     int t_OnCallback(int, void*, void*, void*) override {
-        if (acted.load())
+        if (m_after->load())
             late.fetch_add(1);
-        if (!m_started.exchange(true)) {
+        if (m_action && !m_started.exchange(true)) {
             result = m_action();
             acted = true;
         }
@@ -44,21 +43,7 @@ public:
 private:
     std::atomic<bool> m_started{false};
     std::function<int()> m_action;
-};
-
-// Counts the calls that come once `after` holds.
-class LateCallCounter : public NuvCallback {
-public:
-    explicit LateCallCounter(const std::atomic<bool>& after) : m_after(after) {}
-    int t_OnCallback(int, void*, void*, void*) override {
-        if (m_after.load())
-            late.fetch_add(1);
-        return 0;
-    }
-    std::atomic<int> late{0};
-
-private:
-    const std::atomic<bool>& m_after;
+    const std::atomic<bool>* m_after;
 };
 
 enum class Trigger { Note, Arrival }; // a key of keyboard 0; a new client appears
@@ -77,23 +62,20 @@ protected:
         ManagerVmTest::SetUp();
         if (HasFatalFailure())
             return;
-        m_keyboards = VirtualKeyboard::FindAll();
-        ASSERT_GE(m_keyboards.size(), 2u);
         m_device = TakeKeyboard(0);
         m_other = CreateKeyboard(1);
         ASSERT_TRUE(m_device != nullptr && m_other != nullptr);
     }
     // True once the events sent so far have been read: a marker from keyboard 1 arrived.
     bool EarlierEventsRead() {
-        RecordingHostCallback marker;
+        CountingHostCallback marker;
         const bool arrived = m_other->RegisterCallback(&marker) == 1 &&
                              m_keyboards[1].Write({0x90, 40, 1}) &&
-                             WaitFor([&] { return marker.Count() > 0; });
+                             WaitFor([&] { return marker.calls > 0; });
         m_other->UnregisterCallback(&marker);
         return arrived;
     }
 
-    std::vector<VirtualKeyboard> m_keyboards;
     INuvMIDIDevice* m_device = nullptr;
     INuvMIDIDevice* m_other = nullptr;
 };
@@ -109,18 +91,13 @@ TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
         // A host call of the device is under way, waiting for the walk that runs us.
         if (c.trigger == Trigger::Note)
             WaitFor([&] { return NuvMIDIDeviceProbe::HostCalls(m_device) > 0; });
-        switch (c.action) {
-        case Action::DestroyDevice:
+        if (c.action == Action::DestroyDevice)
             return m_manager->DestroyDevice(id);
-        case Action::DestroyLibrary:
-            NuvMIDIEntry::DeleteInstance();
-            return 0;
-        case Action::UnregisterItself:
-            break;
-        }
+        if (c.action == Action::DestroyLibrary)
+            return NuvMIDIEntry::DeleteInstance(), 0;
         return m_device->UnregisterCallback(&callback);
     });
-    LateCallCounter witness(callback.acted);
+    ActingCallback witness(nullptr, &callback.acted);
     if (c.trigger == Trigger::Note) {
         ASSERT_EQ(1, m_device->RegisterCallback(&callback));
     } else {
@@ -135,7 +112,7 @@ TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
 
     std::thread host;
     std::unique_ptr<UserSpaceClient> newcomer;
-    QuietHostCallback quiet;
+    CountingHostCallback quiet;
     if (c.trigger == Trigger::Note) {
         host = std::thread([&] {
             WaitFor([&] { return entered.load(); });
@@ -175,34 +152,37 @@ TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
         << "the keyboard can be created again";
 }
 
-// Waits in every call until the gate opens.
-class GatedCallback : public NuvCallback {
-public:
-    explicit GatedCallback(std::shared_future<void> gate) : m_gate(std::move(gate)) {}
-    int t_OnCallback(int, void*, void*, void*) override {
-        calls.fetch_add(1);
-        m_gate.wait();
-        return 0;
-    }
-    std::atomic<int> calls{0};
-
-private:
-    std::shared_future<void> m_gate;
+const Case kCases[] = {
+    {"KeyCallbackDestroysItsDevice", Trigger::Note, Action::DestroyDevice, NUV_OK},
+    {"KeyCallbackDestroysTheLibrary", Trigger::Note, Action::DestroyLibrary, 0},
+    {"ArrivalCallbackDestroysADevice", Trigger::Arrival, Action::DestroyDevice, NUV_OK},
+    {"ArrivalCallbackDestroysTheLibrary", Trigger::Arrival, Action::DestroyLibrary, 0},
+    {"KeyCallbackUnregistersItself", Trigger::Note, Action::UnregisterItself, 1},
 };
+INSTANTIATE_TEST_SUITE_P(FromInsideACallback, CallbackActions, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<Case>& info) {
+                             return std::string(info.param.name);
+                         });
 
 // A callback that blocks holds back only the input after it: the host's calls on other
 // threads go on, and every key played meanwhile arrives once it returns.
 TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
     std::promise<void> open; // broken, and so open, if the test ends early
-    GatedCallback gated(open.get_future().share());
+    std::shared_future<void> gate = open.get_future().share();
+    std::atomic<int> calls{0};
+    ActingCallback gated([&] {
+        ++calls;
+        gate.wait();
+        return 0;
+    });
     ASSERT_EQ(1, m_device->RegisterCallback(&gated));
     ASSERT_TRUE(m_keyboards[0].Write({0x90, 60, 100}));
-    ASSERT_TRUE(WaitFor([&] { return gated.calls.load() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return calls.load() == 1; }));
 
     _MIDIMessage volume = Message(0, 7, 77);
     EXPECT_EQ(0, m_device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, volume));
-    _MIDIMessage answer = Message(0, 7, 0);
     EXPECT_TRUE(WaitFor([&] {
+        _MIDIMessage answer = Message(0, 7, 0);
         m_device->GetInformation(MIDI_EVENT_CONTROL_CHANGE, &answer);
         return answer.value == 77;
     }));
@@ -211,7 +191,7 @@ TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
         ASSERT_TRUE(m_keyboards[0].Write({0x90, key, 100}));
 
     open.set_value();
-    EXPECT_TRUE(WaitFor([&] { return gated.calls.load() == 4; }));
+    EXPECT_TRUE(WaitFor([&] { return gated.late.load() == 3; })) << "every key arrives";
     EXPECT_EQ(1, m_device->UnregisterCallback(&gated));
 }
 
@@ -262,17 +242,5 @@ TEST_F(KeyboardCallbacks, EachCallbackGetsEachEventOnceAndUnregisteringOneLeaves
         EXPECT_EQ((std::vector<int>{60, 61, 62}), hosts[i]->Notes()) << i;
     EXPECT_EQ(1, m_device->UnregisterCallback(hosts[0].get()));
 }
-
-const Case kCases[] = {
-    {"KeyCallbackDestroysItsDevice", Trigger::Note, Action::DestroyDevice, NUV_OK},
-    {"KeyCallbackDestroysTheLibrary", Trigger::Note, Action::DestroyLibrary, 0},
-    {"ArrivalCallbackDestroysADevice", Trigger::Arrival, Action::DestroyDevice, NUV_OK},
-    {"ArrivalCallbackDestroysTheLibrary", Trigger::Arrival, Action::DestroyLibrary, 0},
-    {"KeyCallbackUnregistersItself", Trigger::Note, Action::UnregisterItself, 1},
-};
-INSTANTIATE_TEST_SUITE_P(FromInsideACallback, CallbackActions, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<Case>& info) {
-                             return std::string(info.param.name);
-                         });
 
 } // namespace

@@ -1,48 +1,19 @@
 // Any client may write anything to the watcher's listening ports: a storm of random events
 // of every type leaves the library working, and announcements of client starts and exits
 // that do not come from the system client change no device.
-#include <gtest/gtest.h>
-
-#include <alsa/asoundlib.h>
-
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
 #include <random>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "NuvLog"
-#include "NuvMIDI.h"
-#include "NuvMIDIEntry.h"
+#include "LogCapture.h"
+#include "ManagerVmFixture.h"
 #include "SequencerView.h"
-#include "VirtualKeyboard.h"
-#include "WaitFor.h"
 
 namespace {
 
-// Thousands of unhandled events would flood the console: failures of vital parts only.
-struct QuietLog {
-    QuietLog() : previous(NuvLog_SetThreshold(NUV_LOG_CRITICAL)) {}
-    ~QuietLog() { NuvLog_SetThreshold(previous); }
-    int previous;
-};
-
-struct NoteCounter : NuvCallback {
-    int t_OnCallback(int event, void*, void*, void*) override {
-        if (event == MIDIEventCode(SND_SEQ_EVENT_NOTEON))
-            ++notes;
-        return 0;
-    }
-    std::atomic<int> notes{0};
-};
-
-std::set<std::string> ConnectedDevices(INuvMIDIDeviceManager* manager) {
+std::set<std::string> Devices(INuvMIDIDeviceManager* manager) {
     std::set<std::string> devices;
-    _NuvDevInfo info{};
-    bool taken = false;
-    for (int index = 0; manager->GetConnectedDeviceInfo(info, taken, index) == 0; ++index)
+    for (const _NuvDevInfo& info : ConnectedDevices(manager))
         devices.insert(std::string(info.UID) + " " + info.deviceName);
     return devices;
 }
@@ -54,7 +25,7 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
         given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
     std::printf("NUV_STORM_SEED=%u\n", seed);
     std::mt19937 random(seed);
-    QuietLog quiet;
+    LogCapture quiet(NUV_LOG_CRITICAL);
 
     auto keyboards = VirtualKeyboard::FindAll();
     ASSERT_FALSE(keyboards.empty());
@@ -65,10 +36,8 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     ASSERT_TRUE(WaitFor([&] { return manager->IsConnected(name.c_str()) == 1; }));
     INuvMIDIDevice* device = manager->CreateDevice(name.c_str());
     ASSERT_NE(nullptr, device);
-    NoteCounter host;
-    struct LibraryGuard { // goes before the host callback, however the test ends
-        ~LibraryGuard() { NuvMIDIEntry::DeleteInstance(); }
-    } library;
+    CountingHostCallback host;
+    LibraryGoesFirst library;
     ASSERT_EQ(1, device->RegisterCallback(&host));
 
     const SequencerView view = SequencerView::Read();
@@ -79,7 +48,7 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     ASSERT_TRUE(stormer.IsOpen());
     snd_seq_nonblock(stormer.Handle(), 1); // a full queue drops the event, never blocks us
     ASSERT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 1; }));
-    const std::set<std::string> before = ConnectedDevices(manager);
+    const std::set<std::string> before = Devices(manager);
 
     std::vector<int> types;
     for (int round = 0; round < kRounds; ++round)
@@ -120,16 +89,16 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
         // Now and then a real key press, which the host gets once the watcher has read
         // everything sent before it: the library stays alive, and most of the storm lands.
         if (++count % 32 == 0) {
-            const int notes = host.notes;
+            const int notes = host.calls;
             ASSERT_TRUE(keyboard.Write({0x90, 60, 100}));
-            ASSERT_TRUE(WaitFor([&] { return host.notes > notes; }, std::chrono::seconds(10)))
+            ASSERT_TRUE(WaitFor([&] { return host.calls > notes; }, std::chrono::seconds(10)))
                 << "a key press no longer reaches the host, " << count << " events into the storm";
         }
     }
     std::printf("%d of %zu events accepted by the sequencer\n", sent, types.size());
     EXPECT_GT(sent, int(types.size()) / 2);
 
-    EXPECT_EQ(before, ConnectedDevices(manager)) << "forged announcements changed the devices";
+    EXPECT_EQ(before, Devices(manager)) << "forged announcements changed the devices";
     EXPECT_EQ(device, manager->GetDevice(device->GetID()));
     EXPECT_NE(nullptr, SequencerView::Read().Find("MIDI Watcher"));
 

@@ -7,10 +7,6 @@
 MidiFileWriter::MidiFileWriter(int format, int ticksPerQuarter)
     : m_format(format), m_ticksPerQuarter(ticksPerQuarter), m_tempo(500000), m_length(0) {}
 
-void MidiFileWriter::SetTempo(int microsecondsPerQuarter) {
-    m_tempo = microsecondsPerQuarter;
-}
-
 uint32_t MidiFileWriter::m_Ticks(double seconds) const {
     return uint32_t(std::lround(seconds * 1e6 / m_tempo * m_ticksPerQuarter));
 }
@@ -31,13 +27,6 @@ void MidiFileWriter::AddNote(int channel, int note, int velocity, double startSe
 
 void MidiFileWriter::SetLength(double seconds) {
     m_length = seconds;
-}
-
-double MidiFileWriter::LengthSeconds() const {
-    uint32_t last = m_Ticks(m_length);
-    for (const Event& e : m_events)
-        last = std::max(last, e.tick);
-    return double(last) / m_ticksPerQuarter * m_tempo / 1e6;
 }
 
 void MidiFileWriter::m_PutVarLen(std::vector<uint8_t>& out, uint32_t value) {

@@ -12,7 +12,6 @@ public:
     // Format 1 keeps the tempo in a track of its own and the notes in a second one.
     explicit MidiFileWriter(int format = 0, int ticksPerQuarter = 480);
 
-    void SetTempo(int microsecondsPerQuarter); // 500000 (120 bpm) unless set
     void AddProgramChange(int channel, int program, double atSeconds);
     void AddNote(int channel, int note, int velocity, double startSeconds, double lengthSeconds);
     // The file lasts at least this long (its end of track), whatever its notes.
@@ -20,9 +19,6 @@ public:
 
     std::vector<uint8_t> Bytes() const;
     bool Write(const std::string& path) const;
-
-    // The file's length in seconds: its last event or the length set, whichever is later.
-    double LengthSeconds() const;
 
 private:
     struct Event {

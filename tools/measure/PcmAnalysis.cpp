@@ -119,18 +119,6 @@ double Fundamental(const Pcm& pcm, double minHz, double maxHz) {
     return 0;
 }
 
-double SoundingSeconds(const Pcm& pcm, double threshold, int windowMs) {
-    const std::vector<double> levels = RmsWindows(pcm, windowMs);
-    long first = -1, last = -1;
-    for (size_t i = 0; i < levels.size(); ++i)
-        if (levels[i] > threshold) {
-            if (first < 0)
-                first = long(i);
-            last = long(i);
-        }
-    return first < 0 ? 0 : double(last - first + 1) * windowMs / 1000.0;
-}
-
 std::vector<double> Onsets(const Pcm& pcm, double threshold, double quietSeconds) {
     const int windowMs = 5;
     const std::vector<double> levels = RmsWindows(pcm, windowMs);

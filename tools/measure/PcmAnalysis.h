@@ -28,8 +28,6 @@ std::vector<double> RmsWindows(const Pcm& pcm, int windowMs);
 // The strongest periodicity between minHz and maxHz (autocorrelation of the channel mix);
 // 0 when there is none.
 double Fundamental(const Pcm& pcm, double minHz = 60, double maxHz = 2000);
-// Seconds from the first to the last window whose level exceeds `threshold`; 0 if none.
-double SoundingSeconds(const Pcm& pcm, double threshold, int windowMs = 10);
 // Seconds from the start at which the level rises above `threshold` after at least
 // `quietSeconds` below it (5 ms windows).
 std::vector<double> Onsets(const Pcm& pcm, double threshold, double quietSeconds);

@@ -44,8 +44,6 @@ public:
     bool Write(std::initializer_list<uint8_t> bytes);
     bool Write(const std::vector<uint8_t>& bytes);
 
-    int Card() const { return m_card; }
-    int Device() const { return m_device; }
     int Client() const { return m_client; } // its sequencer client
     int Port() const { return 0; }
     std::string Node() const;       // "/dev/snd/midiC<card>D<device>"
