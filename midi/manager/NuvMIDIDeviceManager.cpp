@@ -128,8 +128,8 @@ void NuvMIDIDeviceManager::m_CreateRenderer(const DeviceEnd& device) {
     if (m_rendererRefCount++ != 0)
         return;
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_CreateRenderer]\n");
-    m_pRenderer.reset(new NuvMIDIRenderer(device.seqSynth->Activity()));
-    m_pRenderer->Create(device.seqSynth->Synth(), m_appInfo1, m_appInfo2, m_appInfoText);
+    m_pRenderer.reset(new NuvMIDIRenderer(*device.seqSynth));
+    m_pRenderer->Create(m_appInfo1, m_appInfo2, m_appInfoText);
     m_pRenderer->StartRenderer();
 }
 

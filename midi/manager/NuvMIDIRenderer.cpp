@@ -10,6 +10,7 @@
 
 #include "NuvLog"
 #include "NuvMIDIPcmBlock.h"
+#include "NuvMIDISeqSynth.h"
 #include "NuvResult"
 #include "sound_manager.h"
 
@@ -70,32 +71,28 @@ private:
 // reverb and chorus tails are then below one step), it stops rendering until MIDI reaches
 // the synthesizer and a voice has started. Rendering silence costs as much as rendering
 // sound, and on a small device even the wake-ups of a timer that looks for new voices cost
-// a few per cent of a core. Without a NuvMIDISynthActivity to wait on, it looks every
-// kRestBlocks blocks (5.3 ms) instead.
+// a few per cent of a core.
 class Rest {
 public:
-    explicit Rest(fluid_synth_t* synth) : m_synth(synth) {}
+    explicit Rest(NuvMIDISeqSynth& synth) : m_synth(synth) {}
     // After each rendered block.
     void Rendered(const unsigned char* block) {
-        const bool quiet =
-            NuvMIDIBlockIsDitherOnly(block) && fluid_synth_get_active_voice_count(m_synth) == 0;
+        const bool quiet = NuvMIDIBlockIsDitherOnly(block) && m_synth.ActiveVoices() == 0;
         m_quietBlocks = quiet ? m_quietBlocks + 1 : 0;
     }
     // Whether this pass may skip rendering.
     bool Resting() {
         if (m_quietBlocks < kQuietBlocksBeforeRest)
             return false;
-        if (fluid_synth_get_active_voice_count(m_synth) == 0)
+        if (m_synth.ActiveVoices() == 0)
             return true;
         m_quietBlocks = 0;
         return false;
     }
 
-    static constexpr int kRestBlocks = 4;
-
 private:
     static constexpr int kQuietBlocksBeforeRest = kNuvMIDISampleRate / 2 / kNuvMIDIBlockFrames;
-    fluid_synth_t* m_synth;
+    NuvMIDISeqSynth& m_synth;
     int m_quietBlocks = 0;
 };
 
@@ -106,15 +103,14 @@ void CloseOutput(audio_out_h handle) {
 
 } // namespace
 
-NuvMIDIRenderer::NuvMIDIRenderer(NuvMIDISynthActivity* activity)
-    : m_pActivity(activity), m_pSynth(nullptr), m_pcm_buf(nullptr), m_stopped(true),
-      m_pcm_handle(nullptr), m_pcm_buf_size(-1) {}
+NuvMIDIRenderer::NuvMIDIRenderer(NuvMIDISeqSynth& synth)
+    : m_synth(synth), m_pcm_buf(nullptr), m_stopped(true), m_pcm_handle(nullptr),
+      m_pcm_buf_size(-1) {}
 
 NuvMIDIRenderer::~NuvMIDIRenderer() {}
 
-int NuvMIDIRenderer::Create(fluid_synth_t* synth, int, int, std::string) {
+int NuvMIDIRenderer::Create(int, int, std::string) {
     print_dlog(NUV_LOG_INFO, "%s\n", "INFO: NuvMIDIRenderer::Create().\n");
-    m_pSynth = synth;
     if (!m_mutex.Create()) {
         print_dlog(NUV_LOG_INFO, "%s\n", "m_mutex.Create : error!\n");
         return NUV_ERR_CREATE_MANAGER;
@@ -183,24 +179,18 @@ void NuvMIDIRenderer::t_Main() {
         return;
     }
     print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] Enter \n");
-    print_dlog(NUV_LOG_INFO, "Synth Internal buffer size = %d.\n",
-               fluid_synth_get_internal_bufsize(m_pSynth));
+    print_dlog(NUV_LOG_INFO, "Synth Internal buffer size = %d.\n", m_synth.InternalBufferSize());
 
     BlockClock clock;
     clock.Restart();
-    Rest rest(m_pSynth);
+    Rest rest(m_synth);
     while (!m_stopped) {
         if (rest.Resting()) {
-            if (m_pActivity != nullptr) {
-                m_pActivity->Wait(m_stopped);
-                clock.Restart();
-            } else {
-                clock.WaitDropped(Rest::kRestBlocks);
-            }
+            m_synth.WaitForActivity(m_stopped);
+            clock.Restart();
             continue;
         }
-        if (fluid_synth_write_s16(m_pSynth, kNuvMIDIBlockFrames, m_pcm_buf, 0, 2, m_pcm_buf, 1,
-                                  2) != FLUID_OK) {
+        if (m_synth.Render(kNuvMIDIBlockFrames, m_pcm_buf) != FLUID_OK) {
             print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] PCM data doesn't exist \n");
             clock.WaitDropped();
             continue;
@@ -228,8 +218,7 @@ int NuvMIDIRenderer::StopRenderer() {
         return 0;
     }
     m_stopped = true;
-    if (m_pActivity != nullptr)
-        m_pActivity->Notify(); // ends a rest
+    m_synth.NotifyActivity(); // ends a rest
     if (FlagCreate()) {
         print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::StopRenderer] PCThread::Destroy()  \n");
         NuvThread::Destroy();

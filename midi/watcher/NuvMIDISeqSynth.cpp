@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "NuvLog"
+#include "NuvMIDISynthActivity.h"
 #include "NuvMIDIWatcherNames.h"
 #include "NuvResult"
 
@@ -274,4 +275,12 @@ int NuvMIDISeqSynth::ActiveVoices() {
 
 int NuvMIDISeqSynth::InternalBufferSize() {
     return fluid_synth_get_internal_bufsize(m_synth.get());
+}
+
+void NuvMIDISeqSynth::WaitForActivity(const std::atomic<bool>& stop) {
+    m_activity->Wait(stop);
+}
+
+void NuvMIDISeqSynth::NotifyActivity() {
+    m_activity->Notify();
 }

@@ -16,7 +16,7 @@
 // - LoadFont, UnloadFont, ListPresets: any thread, one at a time under the font lock, so a
 //   listing never walks a font that an unload frees and two listings never share a font's
 //   single iteration cursor.
-// - The synthesizer's queries, ResetSynth, NewPlayer, Render and Activity: any thread;
+// - The synthesizer's queries, ResetSynth, NewPlayer, Render and the activity: any thread;
 //   FluidSynth serialises its own calls.
 #ifndef NUV_MIDI_SEQ_SYNTH_H
 #define NUV_MIDI_SEQ_SYNTH_H
@@ -24,14 +24,16 @@
 #include <alsa/asoundlib.h>
 #include <fluidsynth.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "NuvMIDIHandles.h"
-#include "NuvMIDISynthActivity.h"
 #include "NuvMIDISynthSettings.h"
+
+class NuvMIDISynthActivity;
 
 class NuvMIDISeqSynth {
 public:
@@ -94,7 +96,13 @@ public:
     int Render(int frames, void* buffer);
     int ActiveVoices();
     int InternalBufferSize();
-    // What feeds the synthesizer; null without a synthesizer.
+    // MIDI on its way into the synthesizer, for a renderer that rests while nothing sounds:
+    // returns once an event has been handled since the last return, or once `stop` is set
+    // (whoever sets it calls NotifyActivity afterwards).
+    void WaitForActivity(const std::atomic<bool>& stop);
+    void NotifyActivity();
+    // What the MIDI driver and the file player hand their events to; null without a
+    // synthesizer.
     NuvMIDISynthActivity* Activity() const { return m_activity.get(); }
 
 private:

@@ -11,8 +11,10 @@
 #include <thread>
 
 #include "LogCapture.h"
+#include "MIDITestDevices.h"
 #include "NuvMIDIPcmBlock.h"
 #include "NuvMIDIRenderer.h"
+#include "NuvMIDISynthActivity.h"
 #include "PcmAnalysis.h"
 #include "ThreadNames.h"
 #include "WaitFor.h"
@@ -70,17 +72,15 @@ protected:
         nuv_audio_out_set_wav_file(nullptr);
         nuv_audio_out_set_device(nullptr);
         sound_manager_set_volume(SOUND_TYPE_SYSTEM, m_savedVolume);
-        delete_fluid_synth(m_synth);
-        delete_fluid_settings(m_settings);
         unlink(m_wav.c_str());
     }
 
     void CreateRenderer() {
-        ASSERT_EQ(0, m_renderer.Create(m_synth, 5, 7, "abc"));
+        ASSERT_EQ(0, m_renderer.Create(5, 7, "abc"));
         m_created = true;
     }
     bool LoadFont() {
-        return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth, kFont, 1) >= 0;
+        return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth.Get(), kFont, 1) >= 0;
     }
     static uint64_t FramesWritten() {
         nuv_audio_out_stats_s stats{};
@@ -95,7 +95,7 @@ protected:
         fluid_midi_event_set_channel(event, 0);
         setParam1(event, param1);
         fluid_midi_event_set_velocity(event, param2); // the value of a control change too
-        NuvMIDISynthActivity::HandleEvent(&m_activity, event);
+        NuvMIDISynthActivity::HandleEvent(m_synth.Owner()->Activity(), event);
         delete_fluid_midi_event(event);
     }
     // Context switches of the renderer thread so far: how often it has slept and woken.
@@ -116,16 +116,8 @@ protected:
         closedir(tasks);
         return total;
     }
-    static fluid_settings_t* NewSettings() {
-        fluid_settings_t* settings = new_fluid_settings();
-        fluid_settings_setnum(settings, "synth.sample-rate", 48000);
-        return settings;
-    }
-
-    fluid_settings_t* m_settings = NewSettings();
-    fluid_synth_t* m_synth = new_fluid_synth(m_settings);
-    NuvMIDISynthActivity m_activity{m_synth};
-    NuvMIDIRenderer m_renderer{&m_activity};
+    TestSynthesizer m_synth; // the library's settings, 48 000 Hz among them
+    NuvMIDIRenderer m_renderer{*m_synth.Owner()};
     bool m_created = false;
     std::string m_wav;
     int m_savedVolume = 15;
@@ -188,9 +180,9 @@ TEST_F(Renderer, StartsAgainAfterAStopWithANewThreadAndOutput) {
     ASSERT_EQ(0, m_renderer.StartRenderer());
     EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("NuvMIDIRenderer") == 1; }));
     const uint64_t before = FramesWritten();
-    fluid_synth_noteon(m_synth, 0, 60, 100);
+    fluid_synth_noteon(m_synth.Get(), 0, 60, 100);
     EXPECT_TRUE(WaitFor([&] { return FramesWritten() > before + 4800; }));
-    fluid_synth_noteoff(m_synth, 0, 60);
+    fluid_synth_noteoff(m_synth.Get(), 0, 60);
 }
 
 TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting) {
@@ -203,11 +195,11 @@ TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting)
     EXPECT_EQ(0, m_renderer.StartRenderer());
     EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("NuvMIDIRenderer") == 1; }));
     const uint64_t before = FramesWritten();
-    fluid_synth_noteon(m_synth, 0, 60, 100);
+    fluid_synth_noteon(m_synth.Get(), 0, 60, 100);
     EXPECT_FALSE(
         WaitFor([&] { return FramesWritten() != before; }, std::chrono::milliseconds(200)));
     EXPECT_EQ(0, m_renderer.StopRenderer());
-    fluid_synth_noteoff(m_synth, 0, 60);
+    fluid_synth_noteoff(m_synth.Get(), 0, 60);
     EXPECT_EQ(0, CountThreadsNamed("NuvMIDIRenderer"));
 }
 
