@@ -10,14 +10,20 @@
 
 #include "NuvLog"
 #include "NuvMIDIPcmBlock.h"
+#include "NuvMIDIRealtime.h"
 #include "NuvMIDISeqSynth.h"
 #include "NuvResult"
+#include "nuv_audio_out.h"
 #include "sound_manager.h"
 
 namespace {
 
 const char* const kThreadName = "NuvMIDIRenderer";
 constexpr unsigned long kThreadStackBytes = 0x100000;
+// The most blocks rendered and written at once: the output's whole buffer.
+constexpr int kBatchBlocks = 32;
+// Blocks rendered per pass without an output.
+constexpr int kClockBlocks = 4;
 
 int64_t NowNs() {
     timespec now;
@@ -25,42 +31,33 @@ int64_t NowNs() {
     return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
-// The real-time deadline of every block: the moment it ends if played from the start of
-// the loop at 48 000 Hz. A block that is not written is waited out up to its deadline, so
-// a silent synthesizer or a missing output costs one render per block period instead of a
-// spinning core; written blocks are paced by the output instead. Deadlines count whole
-// blocks from an anchor, so they do not drift.
+// Paces a renderer that has no output to wait on: each batch is waited out up to the
+// moment it would have finished playing from the start of the loop at 48 000 Hz, so a
+// missing output costs one render per block period instead of a spinning core. Deadlines
+// count whole blocks from an anchor, so they do not drift.
 class BlockClock {
 public:
     void Restart() {
         m_anchorNs = NowNs();
         m_blocks = 0;
     }
-    // A block was written: its time is taken, the output waited for room if needed.
-    void Written() { m_Next(1); }
-    // `blocks` blocks were dropped: waits until the deadline of the last.
-    void WaitDropped(int blocks = 1) {
-        const int64_t deadline = m_Next(blocks);
+    // Waits until the deadline of the last of `blocks` more blocks.
+    void Wait(int blocks) {
+        m_blocks += uint64_t(blocks);
+        const int64_t deadline =
+            m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames * 1000000000 / kNuvMIDISampleRate;
+        // A loop that fell far behind (a stalled thread) counts afresh rather than rendering
+        // a burst to catch up.
+        if (NowNs() - deadline > kCatchUpLimitNs) {
+            Restart();
+            return;
+        }
         timespec at{time_t(deadline / 1000000000), long(deadline % 1000000000)};
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
         }
     }
 
 private:
-    int64_t m_Next(int blocks) {
-        m_blocks += uint64_t(blocks);
-        const int64_t deadline =
-            m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames * 1000000000 / kNuvMIDISampleRate;
-        // A loop that fell far behind (a stalled thread, an output that waited long)
-        // counts afresh rather than rendering a burst to catch up.
-        const int64_t now = NowNs();
-        if (now - deadline > kCatchUpLimitNs) {
-            Restart();
-            return now;
-        }
-        return deadline;
-    }
-
     static constexpr int64_t kCatchUpLimitNs = 20000000;
     int64_t m_anchorNs = 0;
     uint64_t m_blocks = 0;
@@ -71,7 +68,7 @@ private:
 // reverb and chorus tails are then below one step), it stops rendering until MIDI reaches
 // the synthesizer and a voice has started. Rendering silence costs as much as rendering
 // sound, and on a small device even the wake-ups of a timer that looks for new voices cost
-// a few per cent of a core.
+// a few per cent of a core. The output is stopped for the rest and started afresh after it.
 class Rest {
 public:
     explicit Rest(NuvMIDISeqSynth& synth) : m_synth(synth) {}
@@ -95,6 +92,18 @@ private:
     NuvMIDISeqSynth& m_synth;
     int m_quietBlocks = 0;
 };
+
+// Waits until the output has room below its fill target and returns how many blocks fill
+// it; without an output, waits out a period's worth of blocks on the clock instead.
+int WaitForRoom(audio_out_h output, BlockClock& clock) {
+    unsigned int frames = 0;
+    if (output == nullptr || nuv_audio_out_wait_for_room(output, &frames) != AUDIO_IO_ERROR_NONE) {
+        clock.Wait(kClockBlocks);
+        return kClockBlocks;
+    }
+    const int blocks = int((frames + kNuvMIDIBlockFrames - 1) / kNuvMIDIBlockFrames);
+    return blocks < kBatchBlocks ? blocks : kBatchBlocks;
+}
 
 void CloseOutput(audio_out_h handle) {
     audio_out_unprepare(handle);
@@ -173,36 +182,57 @@ void NuvMIDIRenderer::m_OpenOutput() {
 }
 
 void NuvMIDIRenderer::t_Main() {
-    m_pcm_buf = static_cast<unsigned char*>(malloc(kNuvMIDIBlockBytes));
+    m_pcm_buf = static_cast<unsigned char*>(malloc(kBatchBlocks * kNuvMIDIBlockBytes));
     if (m_pcm_buf == nullptr) {
         print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] Can't go further exiting \n");
         return;
     }
     print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] Enter \n");
     print_dlog(NUV_LOG_INFO, "Synth Internal buffer size = %d.\n", m_synth.InternalBufferSize());
+    // With a small fill target the output runs dry if the thread waits for the processor.
+    const int err = NuvMIDIRaiseToRealtime(kNuvMIDIAudioPriority);
+    if (err != 0)
+        print_dlog(NUV_LOG_INFO,
+                   "[NuvMIDIRenderer] no real-time priority (%s): rendering at normal priority\n",
+                   strerror(err));
 
     BlockClock clock;
     clock.Restart();
     Rest rest(m_synth);
+    bool resting = false;
     while (!m_stopped) {
         if (rest.Resting()) {
+            if (!resting && m_pcm_handle != nullptr)
+                audio_out_unprepare(m_pcm_handle); // drops the quiet still queued
+            resting = true;
             m_synth.WaitForActivity(m_stopped);
+            continue;
+        }
+        if (resting) {
+            resting = false;
             clock.Restart();
-            continue;
+            if (m_pcm_handle != nullptr)
+                audio_out_prepare(m_pcm_handle); // the first batch fills the whole target
         }
-        if (m_synth.Render(kNuvMIDIBlockFrames, m_pcm_buf) != FLUID_OK) {
-            print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] PCM data doesn't exist \n");
-            clock.WaitDropped();
-            continue;
+        const int blocks = WaitForRoom(m_pcm_handle, clock);
+        for (int i = 0; i < blocks; ++i) {
+            unsigned char* block = m_pcm_buf + i * kNuvMIDIBlockBytes;
+            if (m_synth.Render(kNuvMIDIBlockFrames, block) != FLUID_OK) {
+                print_dlog(NUV_LOG_INFO, "%s\n",
+                           "[NuvMIDIRenderer::t_Main] PCM data doesn't exist \n");
+                memset(block, 0, kNuvMIDIBlockBytes);
+            }
+            rest.Rendered(block);
+            // A silent block is played as true silence: the output keeps running through a
+            // short pause instead of running dry and starting again late.
+            if (NuvMIDIBlockIsSilent(block))
+                memset(block, 0, kNuvMIDIBlockBytes);
         }
-        rest.Rendered(m_pcm_buf);
-        if (NuvMIDIBlockIsSilent(m_pcm_buf) || m_pcm_handle == nullptr) {
-            clock.WaitDropped();
-            continue;
-        }
-        // The output blocks while its buffer is full, which paces the loop.
-        audio_out_write(m_pcm_handle, m_pcm_buf, kNuvMIDIBlockBytes);
-        clock.Written();
+        // An output that refuses the batch must not turn the loop into a spin at real-time
+        // priority: the batch's time is waited out instead.
+        if (m_pcm_handle != nullptr && blocks > 0 &&
+            audio_out_write(m_pcm_handle, m_pcm_buf, unsigned(blocks * kNuvMIDIBlockBytes)) < 0)
+            clock.Wait(blocks);
     }
     free(m_pcm_buf);
     m_pcm_buf = nullptr;

@@ -1,5 +1,6 @@
-// The renderer thread: pulls 64-frame blocks from the synthesizer and writes every block
-// that is not silent to the 48 000 Hz stereo audio output.
+// The renderer thread: pulls 64-frame blocks from the synthesizer and writes them, silent
+// ones as true silence, to the 48 000 Hz stereo audio output, keeping only a small fill
+// target queued there so that a note is heard soon after it is played.
 #ifndef NUV_MIDI_RENDERER_H
 #define NUV_MIDI_RENDERER_H
 

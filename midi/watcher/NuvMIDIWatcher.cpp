@@ -1,28 +1,23 @@
 // The watcher's life cycle and its share of every enumeration pass.
 #include "NuvMIDIWatcher.h"
 
-#include <pthread.h>
-#include <sched.h>
 #include <string.h>
 
 #include "NuvLog"
 #include "NuvMIDILogRouting.h"
+#include "NuvMIDIRealtime.h"
 #include "NuvMIDIRecordLayout.h"
 #include "NuvResult"
 
 namespace {
 // The MIDI watcher and connector carry the bit position of the MIDI device-type code.
 const int kMIDIWatcherType = 9;
-// The priority of FluidSynth's own MIDI input thread.
-const int kRealtimePriority = 50;
 
 // Incoming MIDI is read at real-time priority where the system allows it: the kernel drops
 // everything waiting for the watcher when its input pool overflows, so the watcher must run
 // as soon as input waits, not when a busy sender leaves it the processor.
 void RaiseToRealtime() {
-    sched_param param{};
-    param.sched_priority = kRealtimePriority;
-    const int err = pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+    const int err = NuvMIDIRaiseToRealtime(kNuvMIDIInputPriority);
     if (err != 0)
         print_dlog(NUV_LOG_INFO,
                    "\n[NuvMIDIWatcher] no real-time priority (%s): input is read at normal "

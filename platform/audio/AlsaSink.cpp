@@ -1,5 +1,7 @@
 // The ALSA PCM sink: blocking interleaved writes; a PCM that runs dry while the writer
-// pauses is prepared again on the next write.
+// pauses is prepared again on the next write. A low-latency writer waits in the PCM's poll
+// until the queue has fallen to its level (the wake-up threshold, avail_min, follows that
+// level) and reads the queue with snd_pcm_delay.
 #include <alsa/asoundlib.h>
 
 #include <new>
@@ -15,7 +17,10 @@ struct AlsaSink : NuvAudioSink {
     snd_pcm_t* pcm = nullptr;
     std::string name;
     snd_pcm_uframes_t bufferFrames = 0;
-    bool underrunLogged = false; // one notice per prepared stream, however often it pauses
+    snd_pcm_uframes_t periodFrames = 0;
+    unsigned int rate = 0;
+    snd_pcm_uframes_t wakeLevel = 0; // the queue's level at which the PCM's poll wakes
+    bool underrunLogged = false;     // one notice per prepared stream, however often it pauses
 };
 
 AlsaSink* Alsa(NuvAudioSink* sink) {
@@ -42,6 +47,9 @@ int Configure(AlsaSink& sink, const NuvAudioFormat& format) {
     snd_pcm_hw_params_get_period_size(hw, &period, nullptr);
     snd_pcm_hw_params_get_buffer_size(hw, &buffer);
     sink.bufferFrames = buffer;
+    sink.periodFrames = period;
+    sink.rate = rate;
+    sink.wakeLevel = buffer - period;
 
     snd_pcm_sw_params_t* sw;
     snd_pcm_sw_params_alloca(&sw);
@@ -85,7 +93,7 @@ int Prepare(NuvAudioSink* base) {
 }
 
 void NoteUnderrun(AlsaSink* sink) {
-    NuvAudioStats_CountUnderrun();
+    NuvAudioStats_CountUnderrun(sink);
     if (!sink->underrunLogged) {
         sink->underrunLogged = true;
         print_dlog(NUV_LOG_INFO,
@@ -118,6 +126,63 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     return long(frames);
 }
 
+// The PCM's poll wakes once at most `level` frames are queued.
+bool SetWakeLevel(AlsaSink* sink, snd_pcm_uframes_t level) {
+    if (level == sink->wakeLevel)
+        return true;
+    snd_pcm_sw_params_t* sw;
+    snd_pcm_sw_params_alloca(&sw);
+    if (snd_pcm_sw_params_current(sink->pcm, sw) < 0 ||
+        snd_pcm_sw_params_set_avail_min(sink->pcm, sw, sink->bufferFrames - level) < 0 ||
+        snd_pcm_sw_params(sink->pcm, sw) < 0)
+        return false;
+    sink->wakeLevel = level;
+    return true;
+}
+
+long WaitQueued(NuvAudioSink* base, unsigned long frames) {
+    AlsaSink* sink = Alsa(base);
+    const snd_pcm_uframes_t level = frames < sink->bufferFrames ? frames : sink->bufferFrames - 1;
+    if (!SetWakeLevel(sink, level))
+        return AUDIO_IO_ERROR_INVALID_OPERATION;
+    bool waited = false;
+    for (;;) {
+        const snd_pcm_state_t state = snd_pcm_state(sink->pcm);
+        if (state == SND_PCM_STATE_PREPARED || state == SND_PCM_STATE_SETUP)
+            return 0;
+        // What waits in the buffer, as the poll's wake-up threshold counts it.
+        const snd_pcm_sframes_t avail =
+            state == SND_PCM_STATE_XRUN ? -EPIPE : snd_pcm_avail(sink->pcm);
+        int err = avail < 0 ? int(avail) : 0;
+        if (err == 0) {
+            const snd_pcm_uframes_t room = snd_pcm_uframes_t(avail);
+            const snd_pcm_uframes_t queued =
+                room < sink->bufferFrames ? sink->bufferFrames - room : 0;
+            if (queued <= level)
+                return long(queued);
+            if (waited) {
+                // The poll said there was room but the queue had not fallen: a period on the
+                // clock rather than a poll that returns at once again (no spinning at the
+                // writer's real-time priority).
+                const snd_pcm_uframes_t frames =
+                    queued - level > sink->periodFrames ? queued - level : sink->periodFrames;
+                NuvAudio_SleepUntilNs(NuvAudio_NowNs() +
+                                      int64_t(frames) * 1000000000 / int64_t(sink->rate));
+            }
+            // A second without the PCM moving on is a stalled device: look again.
+            const int ready = snd_pcm_wait(sink->pcm, 1000);
+            waited = ready > 0;
+            err = ready < 0 ? ready : 0;
+        }
+        if (err == -EPIPE || err == -ESTRPIPE) {
+            NoteUnderrun(sink);
+            return snd_pcm_recover(sink->pcm, err, 1) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION : 0;
+        }
+        if (err < 0 && err != -EINTR)
+            return AUDIO_IO_ERROR_INVALID_OPERATION;
+    }
+}
+
 int Unprepare(NuvAudioSink* base) {
     AlsaSink* sink = Alsa(base);
     snd_pcm_drop(sink->pcm);
@@ -134,7 +199,11 @@ unsigned long BufferFrames(const NuvAudioSink* sink) {
     return static_cast<const AlsaSink*>(sink)->bufferFrames;
 }
 
+unsigned long PeriodFrames(const NuvAudioSink* sink) {
+    return static_cast<const AlsaSink*>(sink)->periodFrames;
+}
+
 } // namespace
 
-const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {"alsa",    Open,  Prepare,     Write,
-                                                Unprepare, Close, BufferFrames};
+const NuvAudioSinkDriver g_nuvAlsaSinkDriver = {
+    "alsa", Open, Prepare, Write, WaitQueued, Unprepare, Close, BufferFrames, PeriodFrames};

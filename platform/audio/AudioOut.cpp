@@ -7,6 +7,7 @@
 #include <string>
 
 #include "AudioSink.h"
+#include "NuvLog"
 #include "SoundVolume.h"
 #include "audio_io.h"
 #include "nuv_audio_out.h"
@@ -39,6 +40,24 @@ SinkChoice& Choice() {
 std::atomic<uint64_t> g_underruns{0};
 std::atomic<uint64_t> g_writes{0};
 std::atomic<uint64_t> g_framesWritten{0};
+std::atomic<uint64_t> g_fillTargetWidenings{0};
+std::atomic<uint64_t> g_fillTarget{0};
+
+// A low-latency writer keeps two periods queued at first; each time the output runs dry
+// anyway the target grows by a period, up to all of the buffer but one period. After ten
+// seconds of sound without running dry it narrows again by a period, down to the first
+// target, and a stream prepared again starts from the first target: a stall that came once
+// (the first sound of a process, whose code and samples are touched for the first time)
+// does not cost every later note its latency.
+constexpr unsigned long kFirstFillTargetPeriods = 2;
+constexpr unsigned long kCalmSeconds = 10;
+
+void ChangeFillTarget(unsigned long& target, unsigned long to, const char* why) {
+    if (to > target)
+        g_fillTargetWidenings.fetch_add(1, std::memory_order_relaxed);
+    target = to;
+    print_dlog(NUV_LOG_INFO, "nuv_audio_out: %s; the fill target is now %lu frames\n", why, target);
+}
 
 // Gain is applied chunk by chunk into a scratch block owned by the stream, so a write
 // allocates nothing and leaves the caller's buffer as it was.
@@ -69,10 +88,14 @@ struct audio_io_s {
     NuvAudioFormat format;
     sound_type_e soundType;
     bool prepared;
+    unsigned long fillTarget; // frames; 0 until the first wait for room
+    uint64_t underrunsSeen;   // the sink's underruns when the target was last checked
+    uint64_t calmFrames;      // frames asked for since the target last changed
     unsigned char scratch[kScratchBytes];
 };
 
-void NuvAudioStats_CountUnderrun() {
+void NuvAudioStats_CountUnderrun(NuvAudioSink* sink) {
+    ++sink->underruns;
     g_underruns.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -102,7 +125,8 @@ NUV_AUDIO_API int audio_out_create(int sample_rate, audio_channel_e channel,
         target = choice.wavPath.empty() ? choice.pcmName : choice.wavPath;
     }
 
-    auto* stream = new (std::nothrow) audio_io_s{driver, nullptr, format, sound_type, false, {}};
+    auto* stream =
+        new (std::nothrow) audio_io_s{driver, nullptr, format, sound_type, false, 0, 0, 0, {}};
     if (stream == nullptr)
         return AUDIO_IO_ERROR_OUT_OF_MEMORY;
     const int result = driver->open(target.c_str(), format, &stream->sink);
@@ -130,8 +154,10 @@ NUV_AUDIO_API int audio_out_prepare(audio_out_h output) {
     if (output->prepared)
         return AUDIO_IO_ERROR_NONE;
     const int result = output->driver->prepare(output->sink);
-    if (result == AUDIO_IO_ERROR_NONE)
+    if (result == AUDIO_IO_ERROR_NONE) {
         output->prepared = true;
+        output->fillTarget = 0; // a stream started afresh starts from the first target
+    }
     return result;
 }
 
@@ -182,6 +208,40 @@ NUV_AUDIO_API int audio_out_write(audio_out_h output, void* buffer, unsigned int
     return int(done);
 }
 
+NUV_AUDIO_API int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* frames) {
+    if (output == nullptr || frames == nullptr)
+        return AUDIO_IO_ERROR_INVALID_PARAMETER;
+    if (!output->prepared)
+        return AUDIO_IO_ERROR_INVALID_STATE;
+    const unsigned long buffer = output->driver->bufferFrames(output->sink);
+    const unsigned long period = output->driver->periodFrames(output->sink);
+    if (output->fillTarget == 0) {
+        output->fillTarget = period * kFirstFillTargetPeriods;
+        output->underrunsSeen = output->sink->underruns;
+    }
+    const long queued = output->driver->waitQueued(output->sink, output->fillTarget - period);
+    if (queued < 0)
+        return int(queued);
+    const unsigned long first = period * kFirstFillTargetPeriods;
+    if (output->sink->underruns != output->underrunsSeen) {
+        output->underrunsSeen = output->sink->underruns;
+        output->calmFrames = 0;
+        if (output->fillTarget + period < buffer)
+            ChangeFillTarget(output->fillTarget, output->fillTarget + period, "the output ran dry");
+    } else if (output->calmFrames >= output->format.rate * kCalmSeconds) {
+        output->calmFrames = 0;
+        if (output->fillTarget > first)
+            ChangeFillTarget(output->fillTarget, output->fillTarget - period,
+                             "the output has not run dry for a while");
+    }
+    g_fillTarget.store(output->fillTarget, std::memory_order_relaxed);
+    *frames = unsigned(output->fillTarget > static_cast<unsigned long>(queued)
+                           ? output->fillTarget - static_cast<unsigned long>(queued)
+                           : 0);
+    output->calmFrames += *frames;
+    return AUDIO_IO_ERROR_NONE;
+}
+
 NUV_AUDIO_API int nuv_audio_out_set_device(const char* pcm_name) {
     SinkChoice& choice = Choice();
     std::lock_guard<std::mutex> lock(choice.mutex);
@@ -202,6 +262,8 @@ NUV_AUDIO_API void nuv_audio_out_get_stats(nuv_audio_out_stats_s* stats) {
     stats->underruns = g_underruns.load(std::memory_order_relaxed);
     stats->writes = g_writes.load(std::memory_order_relaxed);
     stats->frames_written = g_framesWritten.load(std::memory_order_relaxed);
+    stats->fill_target_widenings = g_fillTargetWidenings.load(std::memory_order_relaxed);
+    stats->fill_target_frames = g_fillTarget.load(std::memory_order_relaxed);
 }
 
 NUV_AUDIO_API uint64_t nuv_audio_out_get_underrun_count(void) {
@@ -212,4 +274,5 @@ NUV_AUDIO_API void nuv_audio_out_reset_stats(void) {
     g_underruns.store(0, std::memory_order_relaxed);
     g_writes.store(0, std::memory_order_relaxed);
     g_framesWritten.store(0, std::memory_order_relaxed);
+    g_fillTargetWidenings.store(0, std::memory_order_relaxed);
 }

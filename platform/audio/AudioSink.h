@@ -15,16 +15,21 @@ struct NuvAudioFormat {
     unsigned int FrameBytes() const { return channels * bytesPerSample; }
 };
 
-// Low latency without underruns while sound flows: 512-frame periods (10.7 ms at
-// 48 000 Hz), four of them buffered (42.7 ms). A sink starts playing once one period is
-// queued. Measured in the test VM (one emulated CPU) over 5 s of a two-voice piece:
-// 256 x 4 frames underran 10 times, 256 x 8 three times, 512 x 4 once (at the onset).
-constexpr unsigned long kNuvAudioPeriodFrames = 512;
-constexpr unsigned long kNuvAudioPeriods = 4;
+// The ALSA sink's 256-frame periods (5.3 ms at 48 000 Hz), eight of them buffered
+// (42.7 ms). A writer that blocks on a full buffer queues all of it; a low-latency writer
+// keeps only its fill target queued (nuv_audio_out_wait_for_room), two periods at first,
+// and the rest of the buffer is room to widen the target into when the output runs dry
+// anyway. The PCM starts playing once one period is queued. Shorter periods do not help in the test VM: its
+// loopback card moves on in steps of 8 ms (two ticks of the kernel's 250 Hz timer), so a
+// target below 8 ms runs dry at every step.
+constexpr unsigned long kNuvAudioPeriodFrames = 256;
+constexpr unsigned long kNuvAudioPeriods = 8;
 
 // Each driver keeps its state in a type of its own, derived from this one and named only in
 // its file; two files must never define one type differently.
-struct NuvAudioSink {};
+struct NuvAudioSink {
+    uint64_t underruns = 0; // times this sink ran dry while playing
+};
 
 struct NuvAudioSinkDriver {
     const char* name;
@@ -34,17 +39,22 @@ struct NuvAudioSinkDriver {
     // Queues `frames` frames, blocking while the buffer is full; returns the frames
     // written or a negative AUDIO_IO_ERROR.
     long (*write)(NuvAudioSink* sink, const void* data, unsigned long frames);
+    // Blocks until at most `frames` frames wait to be played and returns how many do (0
+    // when the sink is not playing), or a negative AUDIO_IO_ERROR.
+    long (*waitQueued)(NuvAudioSink* sink, unsigned long frames);
     // Stops playing and drops what is queued.
     int (*unprepare)(NuvAudioSink* sink);
     void (*close)(NuvAudioSink* sink);
     unsigned long (*bufferFrames)(const NuvAudioSink* sink);
+    unsigned long (*periodFrames)(const NuvAudioSink* sink);
 };
 
 extern const NuvAudioSinkDriver g_nuvAlsaSinkDriver;
 extern const NuvAudioSinkDriver g_nuvWavSinkDriver;
 
-// Counters shared by every sink (nuv_audio_out_get_stats).
-void NuvAudioStats_CountUnderrun();
+// Counts a sink's running dry, in the sink and in the process's counters
+// (nuv_audio_out_get_stats).
+void NuvAudioStats_CountUnderrun(NuvAudioSink* sink);
 
 // CLOCK_MONOTONIC helpers for the sinks' pacing.
 inline int64_t NuvAudio_NowNs() {

@@ -29,7 +29,12 @@ WavSink* Wav(NuvAudioSink* sink) {
     return static_cast<WavSink*>(sink);
 }
 
-constexpr unsigned long kBufferFrames = kNuvAudioPeriodFrames * kNuvAudioPeriods;
+// Four 512-frame periods (42.7 ms): a writer keeping two of them queued wakes with at least
+// 10.7 ms still to play, which rides out the hiccups of a busy machine's clock sleeps
+// (no poll on a device paces it), and a note played while the device runs lands in the
+// file at most 21.3 ms behind the clock, as late as a listener would hear it.
+constexpr unsigned long kPeriodFrames = 512;
+constexpr unsigned long kBufferFrames = kPeriodFrames * 4;
 
 void PutLE(unsigned char* at, uint32_t value, int bytes) {
     for (int i = 0; i < bytes; ++i)
@@ -78,16 +83,18 @@ int Open(const char* target, const NuvAudioFormat& format, NuvAudioSink** out) {
     return AUDIO_IO_ERROR_NONE;
 }
 
+// Prepared again after an unprepare, the device goes on from where it stopped playing, so
+// that the time between becomes silence in the file.
 int Prepare(NuvAudioSink* base) {
     WavSink* sink = Wav(base);
-    sink->running = false;
-    sink->playedNs = NuvAudio_NowNs();
+    if (sink->playedNs == 0)
+        sink->playedNs = NuvAudio_NowNs();
     return AUDIO_IO_ERROR_NONE;
 }
 
 // Writes the frames of silence that the device would have played since `playedNs`.
 bool WriteSilence(WavSink* sink, int64_t now) {
-    static const unsigned char kZeros[kNuvAudioPeriodFrames * 8] = {};
+    static const unsigned char kZeros[kPeriodFrames * 8] = {};
     const unsigned int frameBytes = sink->format.FrameBytes();
     const unsigned long zerosFrames = sizeof kZeros / frameBytes;
     uint64_t left = uint64_t(now - sink->playedNs) * sink->format.rate / 1000000000ull;
@@ -101,19 +108,29 @@ bool WriteSilence(WavSink* sink, int64_t now) {
     return true;
 }
 
+// Frames still queued at `now`; a device that has played everything runs dry (an underrun
+// while it was playing).
+uint64_t Queued(WavSink* sink, int64_t now) {
+    if (!sink->running)
+        return 0;
+    const int64_t endNs = sink->startNs + FramesToNs(sink, sink->runFrames);
+    if (now < endNs)
+        return uint64_t(endNs - now) * sink->format.rate / 1000000000ull;
+    NuvAudioStats_CountUnderrun(sink);
+    sink->running = false;
+    sink->playedNs = endNs;
+    return 0;
+}
+
 long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     WavSink* sink = Wav(base);
     const auto* bytes = static_cast<const unsigned char*>(data);
     const unsigned int frameBytes = sink->format.FrameBytes();
     unsigned long left = frames;
     while (left > 0) {
-        const unsigned long chunk = left < kNuvAudioPeriodFrames ? left : kNuvAudioPeriodFrames;
+        const unsigned long chunk = left < kPeriodFrames ? left : kPeriodFrames;
         const int64_t now = NuvAudio_NowNs();
-        if (sink->running && now >= sink->startNs + FramesToNs(sink, sink->runFrames)) {
-            NuvAudioStats_CountUnderrun();
-            sink->running = false;
-            sink->playedNs = sink->startNs + FramesToNs(sink, sink->runFrames);
-        }
+        Queued(sink, now);
         if (!sink->running) {
             if (now > sink->playedNs && !WriteSilence(sink, now))
                 return AUDIO_IO_ERROR_INVALID_OPERATION;
@@ -135,9 +152,20 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
     return long(frames);
 }
 
+long WaitQueued(NuvAudioSink* base, unsigned long frames) {
+    WavSink* sink = Wav(base);
+    if (Queued(sink, NuvAudio_NowNs()) > frames)
+        NuvAudio_SleepUntilNs(sink->startNs + FramesToNs(sink, sink->runFrames - frames));
+    return long(Queued(sink, NuvAudio_NowNs()));
+}
+
 int Unprepare(NuvAudioSink* base) {
     WavSink* sink = Wav(base);
-    sink->running = false;
+    if (sink->running) {
+        // What was queued is in the file already; the device stops at its end.
+        sink->running = false;
+        sink->playedNs = sink->startNs + FramesToNs(sink, sink->runFrames);
+    }
     WriteHeader(sink);
     return AUDIO_IO_ERROR_NONE;
 }
@@ -153,7 +181,11 @@ unsigned long BufferFrames(const NuvAudioSink*) {
     return kBufferFrames;
 }
 
+unsigned long PeriodFrames(const NuvAudioSink*) {
+    return kPeriodFrames;
+}
+
 } // namespace
 
-const NuvAudioSinkDriver g_nuvWavSinkDriver = {"wav",     Open,  Prepare,     Write,
-                                               Unprepare, Close, BufferFrames};
+const NuvAudioSinkDriver g_nuvWavSinkDriver = {
+    "wav", Open, Prepare, Write, WaitQueued, Unprepare, Close, BufferFrames, PeriodFrames};

@@ -4,9 +4,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include "NuvCallback"
@@ -58,33 +57,19 @@ TEST_F(Handler, ATwiceRegisteredCallbackIsCalledOnceAndOneUnregisteredDuringTheW
 
 TEST_F(Handler, UnregisterFromAnotherThreadWaitsForTheWalkInProgress) {
     Probe slow;
-    std::mutex mutex;
-    std::condition_variable cv;
-    bool inside = false, release = false;
-    slow.action = [&] {
-        std::unique_lock<std::mutex> lock(mutex);
-        inside = true;
-        cv.notify_all();
-        cv.wait(lock, [&] { return release; });
-    };
+    std::promise<void> open; // broken, and so open, if the test ends early
+    std::shared_future<void> gate = open.get_future().share();
+    slow.action = [&] { gate.wait(); };
     handler.RegisterCallback(&slow);
-
     std::thread walker([&] { handler.ExecuteCallback(1, nullptr, nullptr, nullptr); });
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        cv.wait(lock, [&] { return inside; });
-    }
+    ASSERT_TRUE(WaitFor([&] { return slow.calls == 1; }));
     std::atomic<bool> unregistered{false};
     std::thread host([&] {
         handler.UnregisterCallback(&slow);
         unregistered = true;
     });
     EXPECT_FALSE(WaitFor([&] { return unregistered.load(); }, 100ms));
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        release = true;
-        cv.notify_all();
-    }
+    open.set_value();
     walker.join();
     host.join();
     EXPECT_TRUE(unregistered);

@@ -1,5 +1,5 @@
-// The renderer: which blocks reach the output, its start and stop, and an output that
-// cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
+// The renderer: what reaches the output at rest and after MIDI, its start and stop, and an
+// output that cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -11,11 +11,8 @@
 #include <thread>
 
 #include "LogCapture.h"
-#include "MIDITestDevices.h"
-#include "NuvMIDIPcmBlock.h"
-#include "NuvMIDIRenderer.h"
-#include "NuvMIDISynthActivity.h"
 #include "PcmAnalysis.h"
+#include "RendererRig.h"
 #include "ThreadNames.h"
 #include "WaitFor.h"
 #include "nuv_audio_out.h"
@@ -23,39 +20,6 @@
 namespace {
 
 const char* const kFont = "/usr/share/sounds/sf2/TimGM6mb.sf2";
-
-// ---- The silence test, on blocks made by hand ----
-
-struct Block {
-    unsigned char bytes[kNuvMIDIBlockBytes] = {};
-    void SetSample(int frame, int channel, int16_t value) {
-        const int at = frame * 4 + channel * 2;
-        bytes[at] = uint8_t(value & 0xFF);
-        bytes[at + 1] = uint8_t((uint16_t(value) >> 8) & 0xFF);
-    }
-};
-
-// Only the first and last frames are looked at, and bytes of 0 and 1 count as silent.
-TEST(RendererSilenceTest, OnlyBytesOfZeroAndOneInTheEndFramesAreSilent) {
-    Block middle;
-    for (int frame = 1; frame < kNuvMIDIBlockFrames - 1; ++frame)
-        middle.SetSample(frame, 0, 12000);
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(middle.bytes));
-    Block ones;
-    ones.SetSample(0, 0, 1);
-    ones.SetSample(0, 1, 0x0101);
-    ones.SetSample(63, 1, 0x0100);
-    EXPECT_TRUE(NuvMIDIBlockIsSilent(ones.bytes));
-    for (int frame : {0, 63})
-        for (int channel : {0, 1})
-            for (int16_t value : {int16_t(-1), int16_t(2)}) { // -1 is 0xFF 0xFF
-                Block block;
-                block.SetSample(frame, channel, value);
-                EXPECT_FALSE(NuvMIDIBlockIsSilent(block.bytes)) << frame << "/" << channel;
-            }
-}
-
-// ---- The renderer thread ----
 
 class Renderer : public ::testing::Test {
 protected:
@@ -65,10 +29,6 @@ protected:
         sound_manager_get_volume(SOUND_TYPE_SYSTEM, &m_savedVolume);
     }
     void TearDown() override {
-        if (m_created) {
-            m_renderer.StopRenderer();
-            m_renderer.Destroy();
-        }
         nuv_audio_out_set_wav_file(nullptr);
         nuv_audio_out_set_device(nullptr);
         sound_manager_set_volume(SOUND_TYPE_SYSTEM, m_savedVolume);
@@ -76,11 +36,11 @@ protected:
     }
 
     void CreateRenderer() {
-        ASSERT_EQ(0, m_renderer.Create(5, 7, "abc"));
-        m_created = true;
+        ASSERT_EQ(0, m_rig.renderer.Create(5, 7, "abc"));
+        m_rig.created = true;
     }
     bool LoadFont() {
-        return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_synth.Get(), kFont, 1) >= 0;
+        return access(kFont, R_OK) == 0 && fluid_synth_sfload(m_rig.synth, kFont, 1) >= 0;
     }
     static uint64_t FramesWritten() {
         nuv_audio_out_stats_s stats{};
@@ -88,16 +48,6 @@ protected:
         return stats.frames_written;
     }
 
-    // Channel 0 gets a control change or a note-on through the path of the MIDI driver.
-    void Send(int (*setParam1)(fluid_midi_event_t*, int), int param1, int param2) {
-        fluid_midi_event_t* event = new_fluid_midi_event();
-        fluid_midi_event_set_type(event, setParam1 == fluid_midi_event_set_key ? 0x90 : 0xB0);
-        fluid_midi_event_set_channel(event, 0);
-        setParam1(event, param1);
-        fluid_midi_event_set_velocity(event, param2); // the value of a control change too
-        NuvMIDISynthActivity::HandleEvent(m_synth.Owner()->Activity(), event);
-        delete_fluid_midi_event(event);
-    }
     // Context switches of the renderer thread so far: how often it has slept and woken.
     static long RendererSwitches() {
         long total = 0;
@@ -116,9 +66,7 @@ protected:
         closedir(tasks);
         return total;
     }
-    TestSynthesizer m_synth; // the library's settings, 48 000 Hz among them
-    NuvMIDIRenderer m_renderer{*m_synth.Owner()};
-    bool m_created = false;
+    RendererRig m_rig;
     std::string m_wav;
     int m_savedVolume = 15;
 };
@@ -137,7 +85,7 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
         GTEST_SKIP() << "no sound font at " << kFont;
     CreateRenderer();
     const uint64_t before = FramesWritten(); // the counter is the process's
-    ASSERT_EQ(0, m_renderer.StartRenderer());
+    ASSERT_EQ(0, m_rig.renderer.StartRenderer());
     // The rest begins after half a second of quiet: within 3 s must come a window of
     // 300 ms in which the thread neither wakes nor writes.
     bool rested = false;
@@ -152,10 +100,10 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
     ASSERT_TRUE(rested) << "a resting renderer must not wake on a timer";
 
     // A CC starts no voice: the renderer wakes, looks and rests again.
-    Send(fluid_midi_event_set_control, 7, 100);
-    Send(fluid_midi_event_set_key, 69, 110); // a note-on of A4, 440 Hz
+    m_rig.Send(0xB0, 0, 7, 100);
+    m_rig.Send(0x90, 0, 69, 110); // a note-on of A4, 440 Hz
     ASSERT_TRUE(WaitFor([&] { return FramesWritten() >= quiet + 48000 / 4; }));
-    m_renderer.StopRenderer();
+    m_rig.renderer.StopRenderer();
     Pcm pcm;
     ASSERT_TRUE(ReadWav(m_wav, pcm));
     ASSERT_GE(pcm.Frames(), size_t(48000 / 4));
@@ -172,17 +120,17 @@ TEST_F(Renderer, StartsAgainAfterAStopWithANewThreadAndOutput) {
     if (!LoadFont())
         GTEST_SKIP() << "no sound font at " << kFont;
     CreateRenderer();
-    ASSERT_EQ(0, m_renderer.StartRenderer());
-    EXPECT_EQ(0, m_renderer.StartRenderer()); // already running: nothing changes
-    ASSERT_EQ(0, m_renderer.StopRenderer());
-    EXPECT_EQ(0, m_renderer.StopRenderer());
+    ASSERT_EQ(0, m_rig.renderer.StartRenderer());
+    EXPECT_EQ(0, m_rig.renderer.StartRenderer()); // already running: nothing changes
+    ASSERT_EQ(0, m_rig.renderer.StopRenderer());
+    EXPECT_EQ(0, m_rig.renderer.StopRenderer());
     EXPECT_EQ(0, CountThreadsNamed("NuvMIDIRenderer"));
-    ASSERT_EQ(0, m_renderer.StartRenderer());
+    ASSERT_EQ(0, m_rig.renderer.StartRenderer());
     EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("NuvMIDIRenderer") == 1; }));
     const uint64_t before = FramesWritten();
-    fluid_synth_noteon(m_synth.Get(), 0, 60, 100);
+    fluid_synth_noteon(m_rig.synth, 0, 60, 100);
     EXPECT_TRUE(WaitFor([&] { return FramesWritten() > before + 4800; }));
-    fluid_synth_noteoff(m_synth.Get(), 0, 60);
+    fluid_synth_noteoff(m_rig.synth, 0, 60);
 }
 
 TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting) {
@@ -192,14 +140,14 @@ TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting)
     nuv_audio_out_set_device("nuv_no_such_pcm");
     CreateRenderer();
     LogCapture quiet(NUV_LOG_CRITICAL);
-    EXPECT_EQ(0, m_renderer.StartRenderer());
+    EXPECT_EQ(0, m_rig.renderer.StartRenderer());
     EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("NuvMIDIRenderer") == 1; }));
     const uint64_t before = FramesWritten();
-    fluid_synth_noteon(m_synth.Get(), 0, 60, 100);
+    fluid_synth_noteon(m_rig.synth, 0, 60, 100);
     EXPECT_FALSE(
         WaitFor([&] { return FramesWritten() != before; }, std::chrono::milliseconds(200)));
-    EXPECT_EQ(0, m_renderer.StopRenderer());
-    fluid_synth_noteoff(m_synth.Get(), 0, 60);
+    EXPECT_EQ(0, m_rig.renderer.StopRenderer());
+    fluid_synth_noteoff(m_rig.synth, 0, 60);
     EXPECT_EQ(0, CountThreadsNamed("NuvMIDIRenderer"));
 }
 

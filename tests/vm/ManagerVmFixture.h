@@ -6,10 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "MIDITestDevices.h"
@@ -53,6 +56,26 @@ private:
     static constexpr const char* kPath = "/usr/share/tallowin/DefaultSF.sf2";
     static constexpr const char* kSaved = "/usr/share/tallowin/DefaultSF.sf2.saved-by-test";
     bool m_moved;
+};
+
+// Plays note after note through `play`, `every` so often, until it goes or `play` fails.
+class Player {
+public:
+    Player(std::function<bool(uint8_t note)> play, std::chrono::milliseconds every)
+        : m_thread([this, play, every] {
+              for (uint8_t note = 0; !m_stop && play(note); note = uint8_t((note + 1) % 128))
+                  std::this_thread::sleep_for(every);
+          }) {}
+    ~Player() { Stop(); }
+    void Stop() {
+        m_stop = true;
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
 };
 
 // The devices the manager lists, in its order.

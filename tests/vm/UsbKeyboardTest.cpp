@@ -213,29 +213,6 @@ TEST_F(UsbKeyboards, AStreamToTheKeyboardReachesItsGadgetSideUntilStopped) {
     EXPECT_TRUE(keyboard.Listen(1, std::chrono::milliseconds(300)).empty());
 }
 
-// Plays notes on the keyboard until it is stopped or the keyboard is gone.
-class Player {
-public:
-    explicit Player(UsbKeyboard& keyboard)
-        : m_thread([this, &keyboard] {
-              for (uint8_t note = 0; !m_stop; note = uint8_t((note + 1) % 128)) {
-                  if (!keyboard.Play({0x90, note, 100, 0x80, note, 0}))
-                      break;
-                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
-              }
-          }) {}
-    ~Player() { Stop(); }
-    void Stop() {
-        m_stop = true;
-        if (m_thread.joinable())
-            m_thread.join();
-    }
-
-private:
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
-
 TEST_F(UsbKeyboards, PulledOutWhileKeysFlowAndStreamsRunThenPluggedInAsANewDevice) {
     UsbKeyboard& keyboard = m_keyboards[0];
     INuvMIDIDevice* usb = PlugAndCreate(keyboard);
@@ -253,7 +230,11 @@ TEST_F(UsbKeyboards, PulledOutWhileKeysFlowAndStreamsRunThenPluggedInAsANewDevic
     ASSERT_EQ(1, m_manager->StartStream(&fromUsb[0], &fromUsb[1]));
     ASSERT_EQ(3, RendererUsers()) << "the device taken and two streams";
 
-    Player player(keyboard);
+    Player player(
+        [&](uint8_t note) {
+            return keyboard.Play({0x90, note, 100, 0x80, note, 0});
+        },
+        std::chrono::milliseconds(1));
     ASSERT_TRUE(WaitFor([&] { return m_host.Of(id).size() >= 50; })) << "keys flow";
     ASSERT_TRUE(keyboard.Unplug());
     ASSERT_TRUE(WaitForDeparture(uid));

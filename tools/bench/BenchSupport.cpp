@@ -1,9 +1,12 @@
 #include "BenchSupport.h"
 
 #include <dirent.h>
+#include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -14,18 +17,61 @@
 
 double Timings::Quantile(double q) const {
     if (ms.empty())
-        return 0;
+        return std::nan("");
     std::vector<double> sorted = ms;
     std::sort(sorted.begin(), sorted.end());
     const size_t index = std::min(sorted.size() - 1, size_t(q * double(sorted.size())));
     return sorted[index];
 }
 
+double Timings::P99() const {
+    return ms.size() >= 100 ? Quantile(0.99) : std::nan("");
+}
+
+void Runs::Add(const std::string& figure, double value) {
+    std::vector<double>& values = m_values[figure];
+    if (!std::isnan(value))
+        values.push_back(value);
+}
+
+std::string Runs::Spread(const std::string& figure, int decimals) const {
+    const auto found = m_values.find(figure);
+    if (found == m_values.end() || found->second.empty())
+        return "-";
+    std::vector<double> sorted = found->second;
+    std::sort(sorted.begin(), sorted.end());
+    return Fixed(sorted.front(), decimals) + " / " + Fixed(sorted[sorted.size() / 2], decimals) +
+           " / " + Fixed(sorted.back(), decimals);
+}
+
+double Runs::Median(const std::string& figure) const {
+    const auto found = m_values.find(figure);
+    if (found == m_values.end() || found->second.empty())
+        return std::nan("");
+    std::vector<double> sorted = found->second;
+    std::sort(sorted.begin(), sorted.end());
+    return sorted[sorted.size() / 2];
+}
+
+std::string UniqueName(const std::string& prefix) {
+    static std::atomic<int> serial{0};
+    char number[16];
+    std::snprintf(number, sizeof number, " %05d", serial.fetch_add(1));
+    return prefix + number;
+}
+
+void PinToSecondCpu() {
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    CPU_SET(1, &cpus);
+    pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
+}
+
 // From the scheduler's own run time of every thread (schedstat, in nanoseconds): the
 // tick-sampled utime and stime charge a whole tick to a thread that merely wakes at one,
 // which on an emulated machine overstates a thread that wakes often.
-std::map<std::string, double> ThreadCpuSeconds(pid_t pid) {
-    std::map<std::string, double> threads;
+std::map<std::string, ThreadUse> ThreadCpuSeconds(pid_t pid) {
+    std::map<std::string, ThreadUse> threads;
     const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
     DIR* dir = opendir(tasks.c_str());
     if (dir == nullptr)
@@ -35,11 +81,11 @@ std::map<std::string, double> ThreadCpuSeconds(pid_t pid) {
             continue;
         const std::string task = tasks + "/" + entry->d_name;
         std::ifstream schedstat(task + "/schedstat");
-        unsigned long long runNs = 0;
-        schedstat >> runNs;
+        unsigned long long runNs = 0, waitNs = 0, runs = 0;
+        schedstat >> runNs >> waitNs >> runs;
         std::string name;
         std::getline(std::ifstream(task + "/comm"), name);
-        threads[name + " (" + entry->d_name + ")"] = double(runNs) / 1e9;
+        threads[name + " (" + entry->d_name + ")"] = {double(runNs) / 1e9, runs};
     }
     closedir(dir);
     return threads;
@@ -55,23 +101,19 @@ long ResidentKiB() {
 }
 
 std::string Fixed(double value, int decimals) {
+    if (std::isnan(value))
+        return "-";
     char text[32];
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return text;
 }
 
-std::string Ratio(double value, double anchor) {
-    return anchor > 0 ? Fixed(value / anchor, 2) + " x" : "-";
-}
-
-void PrintTable(const std::vector<Row>& rows, const std::vector<std::string>& notes) {
-    std::printf("\n| what | libNuvMIDI | anchor | ratio |\n|---|---|---|---|\n");
+void PrintTable(const std::string& title, const std::vector<Row>& rows) {
+    std::printf("\n%s\n\n| figure | libNuvMIDI | anchor | ratio | goal |\n|---|---|---|---|---|\n",
+                title.c_str());
     for (const Row& row : rows)
-        std::printf("| %s | %s | %s | %s |\n", row.what.c_str(), row.value.c_str(),
-                    row.anchor.c_str(), row.ratio.c_str());
-    std::printf("\n");
-    for (const std::string& note : notes)
-        std::printf("- %s\n", note.c_str());
+        std::printf("| %s | %s | %s | %s | %s |\n", row.what.c_str(), row.value.c_str(),
+                    row.anchor.c_str(), row.ratio.c_str(), row.goal.c_str());
     std::fflush(stdout);
 }
 

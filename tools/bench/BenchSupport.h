@@ -20,15 +20,40 @@ using BenchClock = std::chrono::steady_clock;
 struct Timings {
     std::vector<double> ms;
     size_t missed = 0;               // events that never arrived within their deadline
-    double Quantile(double q) const; // 0 when empty
+    double Quantile(double q) const; // NaN when empty
     double Median() const { return Quantile(0.5); }
-    double P99() const { return Quantile(0.99); }
-    double Worst() const { return Quantile(1.0); }
+    // NaN below 100 samples, where the 99th percentile is only the largest.
+    double P99() const;
 };
 
-// CPU seconds of each thread of a process so far, as the scheduler counted its run time,
-// keyed "name (tid)".
-std::map<std::string, double> ThreadCpuSeconds(pid_t pid);
+// Each figure of several runs, by name; NaN values (a figure that could not be taken) are
+// left out.
+class Runs {
+public:
+    void Add(const std::string& figure, double value);
+    // "min / median / max" over the runs, or "-" when there is none.
+    std::string Spread(const std::string& figure, int decimals) const;
+    double Median(const std::string& figure) const; // NaN when there is none
+
+private:
+    std::map<std::string, std::vector<double>> m_values;
+};
+
+// `prefix` and a number no earlier call gave, all of one width: a client that arrives under
+// a new name is never taken for one of the same name still on its way out.
+std::string UniqueName(const std::string& prefix);
+
+// Moves the calling thread to the second processor, so that it runs beside the library
+// rather than taking turns with it.
+void PinToSecondCpu();
+
+// What each thread of a process has used so far, as the scheduler counted it, keyed
+// "name (tid)": its run time, and how often it was put on a processor (each wake-up).
+struct ThreadUse {
+    double cpuSeconds = 0;
+    unsigned long long runs = 0;
+};
+std::map<std::string, ThreadUse> ThreadCpuSeconds(pid_t pid);
 // Resident memory of this process in KiB.
 long ResidentKiB();
 
@@ -38,10 +63,10 @@ struct Row {
     std::string value;
     std::string anchor;
     std::string ratio;
+    std::string goal;
 };
-std::string Fixed(double value, int decimals);
-std::string Ratio(double value, double anchor);
-void PrintTable(const std::vector<Row>& rows, const std::vector<std::string>& notes);
+std::string Fixed(double value, int decimals); // "-" for NaN
+void PrintTable(const std::string& title, const std::vector<Row>& rows);
 
 // The library as a host sees it, with the devices announced by name.
 class Host : public NuvCallback {

@@ -1,6 +1,8 @@
 #include "Latency.h"
 
 #include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -53,6 +55,11 @@ PollingListener::~PollingListener() {
 }
 
 void PollingListener::m_Run() {
+    // The priority the library's watcher reads its input at, and FluidSynth its MIDI.
+    sched_param param{};
+    param.sched_priority = 50;
+    pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+    pthread_setname_np(pthread_self(), "poll anchor");
     struct pollfd fds[2];
     snd_seq_poll_descriptors(m_seq, &fds[0], 1, POLLIN);
     fds[1] = {m_stopPipe[0], POLLIN, 0};
@@ -65,10 +72,10 @@ void PollingListener::m_Run() {
     }
 }
 
-void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps& anchor, int events,
-               Timings& libraryTimes, Timings& anchorTimes) {
-    const size_t libraryBase = library.Count(), anchorBase = anchor.Count();
-    // A key press comes at any moment, not in step with the library's passes.
+Timings TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& listener, int events) {
+    Timings times;
+    const size_t base = listener.Count();
+    // A key press comes at any moment, not in step with the listener's passes.
     std::mt19937 random(20261123);
     std::uniform_int_distribution<int> gapUs(2000, 7000);
     for (int i = 0; i < events; ++i) {
@@ -76,30 +83,29 @@ void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps&
         const BenchClock::time_point written = BenchClock::now();
         keyboard.Write({0x90, uint8_t(36 + i % 60), 64});
         BenchClock::time_point at;
-        if (library.WaitFor(libraryBase + i - libraryTimes.missed, at, std::chrono::seconds(1)))
-            libraryTimes.ms.push_back(Milliseconds(at - written));
+        if (listener.WaitFor(base + size_t(i) - times.missed, at, std::chrono::seconds(1)))
+            times.ms.push_back(Milliseconds(at - written));
         else
-            ++libraryTimes.missed;
-        if (anchor.WaitFor(anchorBase + i - anchorTimes.missed, at, std::chrono::seconds(1)))
-            anchorTimes.ms.push_back(Milliseconds(at - written));
-        else
-            ++anchorTimes.missed;
+            ++times.missed;
     }
+    return times;
 }
 
-Timings TimeKeyToSound(VirtualKeyboard& keyboard, LoopbackCapture& capture, int notes) {
+Timings TimeKeyToSound(VirtualKeyboard& keyboard, LoopbackCapture& capture, int notes,
+                       double quietRms, const std::function<void()>& beforeEach) {
     Timings times;
-    const size_t tenthOfASecond = kRate / 10;
+    const size_t window = kRate / 4; // far more than any onset takes
     for (int i = 0; i < notes; ++i) {
-        // The previous note's tail has died away and the capture runs.
-        WaitFor([&] { return capture.RecentRms(100) < 0.001; }, std::chrono::seconds(3));
+        // The previous note's tail has died away below the onset level.
         capture.Clear();
-        WaitFor([&] { return capture.Frames() >= tenthOfASecond; });
+        WaitFor([&] { return capture.Frames() >= kRate / 20 && capture.RecentRms(50) < quietRms; },
+                std::chrono::seconds(3));
+        if (beforeEach)
+            beforeEach();
         const size_t before = capture.Frames();
         const BenchClock::time_point written = BenchClock::now();
         keyboard.Write({0x90, 69, 100});
-        // Half a second of sound is more than any onset takes.
-        WaitFor([&] { return capture.Frames() >= before + 5 * tenthOfASecond; });
+        WaitFor([&] { return capture.Frames() >= before + window; });
         keyboard.Write({0x80, 69, 0});
         const Pcm pcm = capture.Recorded();
         size_t onset = 0;
@@ -112,6 +118,6 @@ Timings TimeKeyToSound(VirtualKeyboard& keyboard, LoopbackCapture& capture, int 
             times.ms.push_back(Milliseconds(capture.CapturedAt(onset) - written));
     }
     // The last note-off has reached whatever plays before the caller changes the route.
-    WaitFor([&] { return capture.RecentRms(100) < 0.001; }, std::chrono::seconds(3));
+    WaitFor([&] { return capture.RecentRms(50) < quietRms; }, std::chrono::seconds(3));
     return times;
 }

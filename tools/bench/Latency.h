@@ -2,6 +2,8 @@
 #ifndef NUV_BENCH_LATENCY_H
 #define NUV_BENCH_LATENCY_H
 
+#include <functional>
+
 #include "BenchSupport.h"
 #include "LoopbackCapture.h"
 #include "VirtualKeyboard.h"
@@ -24,12 +26,13 @@ private:
 };
 
 // Raw note-ons written to the keyboard's node, `events` of them at random moments, timed
-// until each of the two listeners has it.
-void TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& library, ArrivalStamps& anchor, int events,
-               Timings& libraryTimes, Timings& anchorTimes);
+// until the listener has each.
+Timings TimeInput(VirtualKeyboard& keyboard, ArrivalStamps& listener, int events);
 
 // Raw notes written to the keyboard's node, timed until their onset in the loopback capture
-// of whatever plays them.
-Timings TimeKeyToSound(VirtualKeyboard& keyboard, LoopbackCapture& capture, int notes);
+// of whatever plays them. Before each note the capture has been below `quietRms` for 50 ms
+// and `beforeEach` has run.
+Timings TimeKeyToSound(VirtualKeyboard& keyboard, LoopbackCapture& capture, int notes,
+                       double quietRms, const std::function<void()>& beforeEach = nullptr);
 
 #endif

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <memory>
 #include <thread>
 
@@ -13,39 +14,44 @@
 
 BurstResult RunBurst(Host& host, int events) {
     BurstResult result;
-    UserSpaceClient sender("Burst Keyboard");
-    INuvMIDIDevice* device = sender.IsOpen() ? host.Take("Burst Keyboard") : nullptr;
+    const std::string name = UniqueName("Burst Keyboard");
+    UserSpaceClient sender(name);
+    INuvMIDIDevice* device = sender.IsOpen() ? host.Take(name) : nullptr;
     if (device == nullptr)
         return result;
     ArrivalStamps arrivals;
     device->RegisterCallback(&arrivals);
 
-    snd_seq_event_t ev;
-    snd_seq_ev_clear(&ev);
-    snd_seq_ev_set_source(&ev, 0);
-    snd_seq_ev_set_subs(&ev);
-    snd_seq_ev_set_direct(&ev);
-    // The sequencer refuses an event (EAGAIN) while the watcher's input pool is full: the
-    // sender then waits a moment and offers it again, as a sending application would.
-    auto refused = [&](int err) {
-        if (err != -EAGAIN)
-            return false;
-        ++result.refusals;
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-        return true;
-    };
     const BenchClock::time_point start = BenchClock::now();
-    for (int i = 0; i < events; ++i) {
-        snd_seq_ev_set_noteon(&ev, 0, 36 + i % 60, 1 + i % 127);
-        int err;
-        while (refused(err = snd_seq_event_output(sender.Handle(), &ev))) {
+    std::thread sending([&] {
+        PinToSecondCpu();
+        snd_seq_event_t ev;
+        snd_seq_ev_clear(&ev);
+        snd_seq_ev_set_source(&ev, 0);
+        snd_seq_ev_set_subs(&ev);
+        snd_seq_ev_set_direct(&ev);
+        // The sequencer refuses an event (EAGAIN) while the watcher's input pool is full: the
+        // sender then waits a moment and offers it again, as a sending application would.
+        auto refused = [&](int err) {
+            if (err != -EAGAIN)
+                return false;
+            ++result.refusals;
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            return true;
+        };
+        for (int i = 0; i < events; ++i) {
+            snd_seq_ev_set_noteon(&ev, 0, 36 + i % 60, 1 + i % 127);
+            int err;
+            while (refused(err = snd_seq_event_output(sender.Handle(), &ev))) {
+            }
+            if (err < 0)
+                break;
+            ++result.sent;
         }
-        if (err < 0)
-            break;
-        ++result.sent;
-    }
-    for (int err = 1; err > 0 || refused(err);)
-        err = snd_seq_drain_output(sender.Handle());
+        for (int err = 1; err > 0 || refused(err);)
+            err = snd_seq_drain_output(sender.Handle());
+    });
+    sending.join();
     // Done when every event has arrived or none has for a second.
     size_t seen = 0;
     while (arrivals.Count() < size_t(result.sent)) {
@@ -64,24 +70,34 @@ BurstResult RunBurst(Host& host, int events) {
     return result;
 }
 
-double CpuPercent(pid_t pid, double seconds, std::string* byThread) {
-    const std::map<std::string, double> before = ThreadCpuSeconds(pid);
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    double total = 0;
-    for (const auto& thread : ThreadCpuSeconds(pid)) {
-        const auto earlier = before.find(thread.first);
-        const double percent =
-            100.0 * (thread.second - (earlier != before.end() ? earlier->second : 0)) / seconds;
-        total += percent;
-        if (byThread != nullptr && percent >= 0.05)
-            *byThread +=
-                (byThread->empty() ? "" : ", ") + thread.first + " " + Fixed(percent, 1) + "%";
+CpuReading CpuBetween(const std::map<std::string, ThreadUse>& before,
+                      const std::map<std::string, ThreadUse>& after, double seconds,
+                      const ThreadFilter& counted) {
+    CpuReading reading;
+    for (const auto& [name, use] : after) {
+        if (!counted(name))
+            continue;
+        const auto earlier = before.find(name);
+        const ThreadUse was = earlier != before.end() ? earlier->second : ThreadUse{};
+        const double percent = 100.0 * (use.cpuSeconds - was.cpuSeconds) / seconds;
+        const double wakeups = double(use.runs - was.runs) / seconds;
+        reading.percent += percent;
+        reading.wakeupsPerSecond += wakeups;
+        if (percent >= 0.05 || wakeups >= 1)
+            reading.byThread += (reading.byThread.empty() ? "" : ", ") + name + " " +
+                                Fixed(percent, 2) + "% " + Fixed(wakeups, 0) + "/s";
     }
-    return total;
+    return reading;
 }
 
-double CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, double seconds) {
-    // A two-voice piece: an organ melody in eighth notes over a held bass.
+CpuReading MeasureCpu(pid_t pid, double seconds) {
+    const std::map<std::string, ThreadUse> before = ThreadCpuSeconds(pid);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    return CpuBetween(before, ThreadCpuSeconds(pid), seconds,
+                      [](const std::string&) { return true; });
+}
+
+std::string WriteSong(double seconds) {
     MidiFileWriter song(1);
     song.AddProgramChange(0, 20, 0);
     const int melody[8] = {60, 62, 64, 65, 67, 65, 64, 62};
@@ -94,17 +110,21 @@ double CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, double seconds) 
     song.SetLength(seconds);
     const std::string path = "/tmp/nuv_bench_song.mid";
     song.Write(path);
+    return path;
+}
 
+CpuReading CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, const std::string& path,
+                           double seconds) {
     _MIDIDeviceInfo src{}, dst{};
     snprintf(src.name, sizeof src.name, "%s", path.c_str());
     src.type = MIDI_DEVICE_TYPE_FILE;
     dst.id = synthesizer->GetID();
     dst.type = MIDI_DEVICE_TYPE_DESTINATION;
     if (host.Manager()->StartStream(&src, &dst) != 1)
-        return -1;
-    const double percent = CpuPercent(getpid(), seconds);
+        return {std::nan(""), std::nan(""), ""};
+    const CpuReading reading = MeasureCpu(getpid(), seconds);
     WaitFor([&] { return host.Manager()->GetFilePlayStatus() == 1; }, std::chrono::seconds(20));
-    return percent;
+    return reading;
 }
 
 bool RunArrivals(Host& host, int count) {

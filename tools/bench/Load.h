@@ -3,6 +3,8 @@
 #ifndef NUV_BENCH_LOAD_H
 #define NUV_BENCH_LOAD_H
 
+#include <functional>
+
 #include "BenchSupport.h"
 
 struct BurstResult {
@@ -11,15 +13,30 @@ struct BurstResult {
     long refusals = 0;  // events the sequencer refused while the library's pool was full
     double seconds = 0; // from the first event sent to the last delivered
 };
-// `events` note-ons from a user-space client at full speed to its device's callback.
+// `events` note-ons at full speed to its device's callback, from a user-space client whose
+// thread runs on a processor of its own.
 BurstResult RunBurst(Host& host, int events);
 
-// CPU of process `pid` in % of one core over `seconds`; with `byThread`, also the threads
-// that used 0.05% or more.
-double CpuPercent(pid_t pid, double seconds, std::string* byThread = nullptr);
+// What threads used over `seconds`: % of one core and wake-ups per second, in all and by
+// thread (those that used 0.05% or woke once a second or more).
+struct CpuReading {
+    double percent = 0;
+    double wakeupsPerSecond = 0;
+    std::string byThread;
+};
+using ThreadFilter = std::function<bool(const std::string& nameAndTid)>;
+CpuReading CpuBetween(const std::map<std::string, ThreadUse>& before,
+                      const std::map<std::string, ThreadUse>& after, double seconds,
+                      const ThreadFilter& counted);
+// Every thread of process `pid` over the next `seconds`.
+CpuReading MeasureCpu(pid_t pid, double seconds);
 
-// Plays a generated file of `seconds` on the synthesizer; the CPU of this process meanwhile.
-double CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, double seconds);
+// Writes a two-voice piece of `seconds` (an organ melody in eighth notes over a held bass).
+std::string WriteSong(double seconds);
+
+// Plays the file on the synthesizer; the CPU of this process over `seconds` meanwhile.
+CpuReading CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, const std::string& path,
+                           double seconds);
 
 // `count` user-space clients arriving and leaving, in rounds; false if the host was not told
 // of every one.

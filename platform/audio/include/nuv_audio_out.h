@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#include "audio_io.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -15,13 +17,24 @@ int nuv_audio_out_set_device(const char* pcm_name);
  * stream is created); null returns to ALSA. AUDIO_IO_ERROR_NONE. */
 int nuv_audio_out_set_wav_file(const char* path);
 
+/* Low-latency writing, instead of keeping the whole buffer full: blocks until the queue of
+ * a prepared stream has fallen a period below the stream's fill target, then sets *frames
+ * to how many frames bring it back up to the target (the whole target when the stream is
+ * not playing yet). The target starts at two periods (10.7 ms on ALSA, 21.3 ms into a WAV
+ * file, at 48 000 Hz), widens by a period each time the stream runs dry anyway (logged and
+ * counted), narrows again by a period after ten seconds of sound without running dry, and
+ * starts afresh when the stream is prepared again. AUDIO_IO_ERROR_NONE, or an error. */
+int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* frames);
+
 /* 64-bit on every target: a 32-bit frame count runs over after 25 days at 48 kHz. */
 typedef struct {
     /* Times a sink ran dry between two writes and was restarted. A writer that pauses
      * (silence is not written) causes one per pause; each is recovered without noise. */
     uint64_t underruns;
-    uint64_t writes;         /* successful audio_out_write calls */
-    uint64_t frames_written; /* frames handed to the sinks */
+    uint64_t writes;                /* successful audio_out_write calls */
+    uint64_t frames_written;        /* frames handed to the sinks */
+    uint64_t fill_target_widenings; /* a stream's fill target widened after running dry */
+    uint64_t fill_target_frames;    /* the fill target of the stream that last waited for room */
 } nuv_audio_out_stats_s;
 
 /* Counters of every stream of the process since the start or the last reset. */

@@ -1,0 +1,36 @@
+#include "StallWatch.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <time.h>
+
+namespace {
+constexpr long long kStepNs = 1000000;
+
+long long NowNs() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000000000LL + now.tv_nsec;
+}
+} // namespace
+
+StallWatch::StallWatch() : m_thread(&StallWatch::m_Run, this) {}
+
+StallWatch::~StallWatch() {
+    m_stop = true;
+    m_thread.join();
+}
+
+void StallWatch::m_Run() {
+    sched_param param{};
+    param.sched_priority = sched_get_priority_max(SCHED_FIFO);
+    pthread_setschedparam(pthread_self(), SCHED_FIFO, &param); // where allowed
+    const timespec step{0, kStepNs};
+    while (!m_stop) {
+        const long long before = NowNs();
+        nanosleep(&step, nullptr);
+        const long long late = NowNs() - before - kStepNs;
+        if (late > m_longestNs)
+            m_longestNs = late;
+    }
+}
