@@ -40,6 +40,7 @@ struct RendererRig {
 private:
     static fluid_synth_t* Bare(NuvMIDISeqSynth& owner) {
         owner.CreateSynthesizer(NuvMIDISeqSynth::Kind::kBare);
+        fluid_synth_set_gain(owner.Synth(), 0.2f); // FluidSynth's default, which levels assume
         return owner.Synth();
     }
 };
