@@ -40,7 +40,8 @@ struct RendererRig {
 private:
     static fluid_synth_t* Bare(NuvMIDISeqSynth& owner) {
         owner.CreateSynthesizer(NuvMIDISeqSynth::Kind::kBare);
-        fluid_synth_set_gain(owner.Synth(), 0.2f); // FluidSynth's default, which levels assume
+        // FluidSynth's default gain, which the tests' levels assume.
+        fluid_settings_setnum(fluid_synth_get_settings(owner.Synth()), "synth.gain", 0.2);
         return owner.Synth();
     }
 };
