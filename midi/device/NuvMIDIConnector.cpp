@@ -8,18 +8,10 @@
 #include "NuvLog"
 #include "NuvMIDIWatcher.h"
 
-namespace {
-// The watcher's port that receives the devices' MIDI ("listen:2").
-const int kWatcherListenPort = 1;
-} // namespace
-
-NuvMIDIConnector::NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher)
-    : NuvConnector(info), m_pWatcher(watcher), m_pMIDICallback(nullptr) {
+NuvMIDIConnector::NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher,
+                                   NuvMIDISeqSynth* seqSynth)
+    : NuvConnector(info), m_pWatcher(watcher), m_pSeqSynth(seqSynth), m_pMIDICallback(nullptr) {
     m_nConnectorType = 9;
-}
-
-NuvMIDISynthActivity* NuvMIDIConnector::SynthActivity() const {
-    return m_pWatcher != nullptr ? m_pWatcher->SynthActivity() : nullptr;
 }
 
 // The connector owns nothing: the client information belongs to the candidate.
@@ -85,10 +77,9 @@ int NuvMIDIConnector::RegisterMIDICallback(NuvMIDICallback* callback) {
     }
     // The subscription outlives the registration (see UnregisterMIDICallback), so a
     // repeated one finds it in place and the sequencer answers EBUSY.
-    if (info->seq != nullptr) {
-        const int err =
-            snd_seq_connect_from(info->seq, kWatcherListenPort, info->client, info->port);
-        if (err < 0 && err != -EBUSY)
+    if (m_pSeqSynth != nullptr) {
+        const int err = m_pSeqSynth->Listen(info->client, info->port);
+        if (err < 0 && err != -EBUSY && err != -ENODEV)
             print_dlog(NUV_LOG_INFO,
                        "\n[NuvMIDIConnector::RegisterMIDICallback] no subscription to %d:%d "
                        "(%s): its events cannot arrive\n",

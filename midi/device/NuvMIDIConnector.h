@@ -13,11 +13,13 @@
 #include "NuvMIDITypes.h"
 
 class NuvMIDIWatcher;
-class NuvMIDISynthActivity;
+class NuvMIDISeqSynth;
 
 class NuvMIDIConnector : public NuvConnector, public NuvMIDICallback {
 public:
-    NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher);
+    // Incoming MIDI comes through the watcher's fan-out; everything else goes through the
+    // watcher's sequencer client and synthesizer. Either may be null in tests.
+    NuvMIDIConnector(_NuvDetailDevInfo* info, NuvMIDIWatcher* watcher, NuvMIDISeqSynth* seqSynth);
     virtual ~NuvMIDIConnector();
 
     virtual int Create();
@@ -37,8 +39,7 @@ public:
     // recursive, and held by the event thread when it calls into the device.
     std::recursive_mutex& RelayLock();
     void GetClientInformation(_MIDIClientInfo* out);
-    // What feeds the synthesizer of the client information (null without a watcher).
-    NuvMIDISynthActivity* SynthActivity() const;
+    NuvMIDISeqSynth* SeqSynth() const { return m_pSeqSynth; }
 
     int LoadSoundFontFile(const std::string& path);
     int UnloadSoundFontFile(unsigned int fontId);
@@ -51,6 +52,7 @@ private:
     _MIDIClientInfo* m_RequireClientInfo(const char* operation) const;
 
     NuvMIDIWatcher* m_pWatcher;
+    NuvMIDISeqSynth* m_pSeqSynth;
     std::atomic<NuvMIDICallback*> m_pMIDICallback;
     std::recursive_mutex m_relayLock; // stands in for the fan-out lock without a watcher
 };

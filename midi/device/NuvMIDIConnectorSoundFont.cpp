@@ -3,16 +3,14 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "NuvLog"
 #include "NuvMIDIConnector.h"
-#include "NuvMIDISynthSettings.h"
+#include "NuvMIDISeqSynth.h"
 
 namespace {
-const char* const kDefaultSoundFontPath = kNuvMIDIDefaultSoundFont;
 const char kDefaultSoundFontKeyword[] = "Default";
 
 // The listing: fixed-width entries in a fixed buffer. An entry that formats longer than
@@ -22,54 +20,26 @@ const int kEntryBound = kEntryWidth + 1;
 const unsigned int kMaxEntries = 45;
 const int kListingSize = 1024;
 static_assert(kMaxEntries * kEntryWidth < kListingSize, "the listing fits its buffer");
-
-// One synthesizer serves every connector, so one lock serves every font operation: a
-// listing never walks a font that an unload is freeing, and two listings never share the
-// font's single iteration cursor.
-std::mutex g_soundFontMutex;
-
-struct _PresetType {
-    int bank;
-    int program;
-    std::string name;
-};
-
-// Every preset of the font in the font's own iteration order, bank offset applied.
-std::vector<_PresetType> CollectPresets(fluid_synth_t* synth, fluid_sfont_t* font, int fontId) {
-    std::vector<_PresetType> presets;
-    const int offset = fluid_synth_get_bank_offset(synth, fontId);
-    fluid_sfont_iteration_start(font);
-    while (fluid_preset_t* preset = fluid_sfont_iteration_next(font))
-        presets.push_back({fluid_preset_get_banknum(preset) + offset, fluid_preset_get_num(preset),
-                           fluid_preset_get_name(preset)});
-    return presets;
-}
 } // namespace
 
 int NuvMIDIConnector::LoadSoundFontFile(const std::string& path) {
     std::string file = path;
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIConnector::LoadSoundFontFile]\n");
-    const _MIDIClientInfo* info = m_RequireClientInfo("LoadSoundFontFile");
-    if (info == nullptr)
+    if (m_RequireClientInfo("LoadSoundFontFile") == nullptr || m_pSeqSynth == nullptr)
         return -1;
 
     if (file == kDefaultSoundFontKeyword) {
         struct stat status;
-        if (lstat(kDefaultSoundFontPath, &status) != 0) {
+        if (lstat(NuvMIDISeqSynth::kDefaultSoundFont, &status) != 0) {
             print_dlog(NUV_LOG_INFO, "%s\n",
                        "\n[NuvMIDIConnector::LoadSoundFontFile] Unable to find default sound "
                        "font file\n ");
             return -1;
         }
-        file = kDefaultSoundFontPath;
+        file = NuvMIDISeqSynth::kDefaultSoundFont;
     }
 
-    int fontId;
-    {
-        std::lock_guard<std::mutex> lock(g_soundFontMutex);
-        // Reset 1: every channel re-selects its preset, now from the new font on top.
-        fontId = fluid_synth_sfload(info->synth, file.c_str(), 1);
-    }
+    const int fontId = m_pSeqSynth->LoadFont(file.c_str());
     if (fontId == FLUID_FAILED) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n");
         return -1;
@@ -79,16 +49,9 @@ int NuvMIDIConnector::LoadSoundFontFile(const std::string& path) {
 
 int NuvMIDIConnector::UnloadSoundFontFile(unsigned int fontId) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIConnector::UnloadSoundFontFile]\n");
-    const _MIDIClientInfo* info = m_RequireClientInfo("UnloadSoundFontFile");
-    if (info == nullptr)
+    if (m_RequireClientInfo("UnloadSoundFontFile") == nullptr || m_pSeqSynth == nullptr)
         return 0;
-
-    int result;
-    {
-        std::lock_guard<std::mutex> lock(g_soundFontMutex);
-        result = fluid_synth_sfunload(info->synth, static_cast<int>(fontId), 1);
-    }
-    if (result != FLUID_OK) {
+    if (m_pSeqSynth->UnloadFont(static_cast<int>(fontId)) != FLUID_OK) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIConnector::UnloadSoundFontFile] Failed\n");
         return 0;
     }
@@ -99,21 +62,14 @@ std::string NuvMIDIConnector::GetSoundFontIntruments(unsigned int fontId, unsign
                                                      unsigned int count) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIConnector::GetSoundFontIntruments]\n");
     char listing[kListingSize] = {};
-    const _MIDIClientInfo* info = m_RequireClientInfo("GetSoundFontIntruments");
-    if (info == nullptr)
+    if (m_RequireClientInfo("GetSoundFontIntruments") == nullptr || m_pSeqSynth == nullptr)
         return listing;
 
-    std::vector<_PresetType> presets;
-    {
-        std::lock_guard<std::mutex> lock(g_soundFontMutex);
-        const int id = static_cast<int>(fontId);
-        fluid_sfont_t* font = fluid_synth_get_sfont_by_id(info->synth, id);
-        if (font == nullptr) {
-            print_dlog(NUV_LOG_INFO, "%s\n",
-                       "\n[NuvMIDIConnector::GetSoundFontIntruments] invalid font file\n");
-            return listing;
-        }
-        presets = CollectPresets(info->synth, font, id);
+    std::vector<NuvMIDISeqSynth::Preset> presets;
+    if (!m_pSeqSynth->ListPresets(static_cast<int>(fontId), &presets)) {
+        print_dlog(NUV_LOG_INFO, "%s\n",
+                   "\n[NuvMIDIConnector::GetSoundFontIntruments] invalid font file\n");
+        return listing;
     }
 
     // Entry i starts at 21 * i; its terminator is overwritten by entry i + 1, so a longer
@@ -122,7 +78,7 @@ std::string NuvMIDIConnector::GetSoundFontIntruments(unsigned int fontId, unsign
     if (start >= n || count == 0)
         return listing;
     for (unsigned int i = 0;; ++i) {
-        const _PresetType& preset = presets[start + i];
+        const NuvMIDISeqSynth::Preset& preset = presets[start + i];
         snprintf(listing + kEntryWidth * i, kEntryBound, "%03d:%03d %-12s,", preset.bank,
                  preset.program, preset.name.c_str());
         if (start + i + 1 == n || i + 1 == count || i + 1 == kMaxEntries)

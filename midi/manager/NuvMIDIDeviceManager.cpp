@@ -7,10 +7,9 @@
 #include "NuvMIDIConnector.h"
 #include "NuvMIDIDevice.h"
 #include "NuvMIDIRenderer.h"
+#include "NuvMIDISeqSynth.h"
 
 namespace {
-
-constexpr size_t kPlayThreadStackBytes = 0x100000;
 
 INuvMIDIDevice* AsHostDevice(NuvDevice* device) {
     return device != nullptr ? static_cast<NuvMIDIDevice*>(device) : nullptr;
@@ -19,25 +18,10 @@ INuvMIDIDevice* AsHostDevice(NuvDevice* device) {
 } // namespace
 
 NuvMIDIDeviceManager::NuvMIDIDeviceManager()
-    : m_rendererRefCount(0), m_pRenderer(nullptr), m_appInfo1(-1), m_appInfo2(-1) {
-    m_playFile.synth = nullptr;
-    m_playFile.player = nullptr;
-    m_playFile.status = 1;
-    m_playFile.fileName[0] = '\0';
-    m_playFile.threadRunning = false;
-    m_playFile.stopRequested = false;
-    pthread_attr_init(&m_threadAttr);
-    pthread_attr_setstacksize(&m_threadAttr, kPlayThreadStackBytes);
-    pthread_attr_setdetachstate(&m_threadAttr, PTHREAD_CREATE_DETACHED);
-}
+    : m_rendererRefCount(0), m_appInfo1(-1), m_appInfo2(-1) {}
 
-NuvMIDIDeviceManager::~NuvMIDIDeviceManager() {
-    m_EndFilePlayback();
-    pthread_attr_destroy(&m_threadAttr);
-    std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
-    m_rendererRefCount = 1; // the last user goes, whatever the count was
-    m_DestroyRenderer();
-}
+// A playing file ends first (m_playFile is the last member), then the renderer stops.
+NuvMIDIDeviceManager::~NuvMIDIDeviceManager() {}
 
 int NuvMIDIDeviceManager::IsConnected(const char* name) {
     print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIDeviceManager::IsConnected]\n");
@@ -96,7 +80,7 @@ int NuvMIDIDeviceManager::PauseStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
 }
 
 int NuvMIDIDeviceManager::GetFilePlayStatus() {
-    return m_playFile.status;
+    return m_playFile.Status();
 }
 
 int NuvMIDIDeviceManager::SetAppInfo(int appInfo1, int appInfo2, std::string text) {
@@ -131,41 +115,37 @@ bool NuvMIDIDeviceManager::m_ReadDevice(int id, DeviceEnd* out) {
     if (it == m_mapDevice.end())
         return false;
     auto* connector = static_cast<NuvMIDIConnector*>(it->second->GetConnector());
+    if (connector->SeqSynth() == nullptr) // not made by this library's watcher
+        return false;
     connector->GetClientInformation(&out->client);
-    out->activity = connector->SynthActivity();
+    out->seqSynth = connector->SeqSynth();
     return true;
 }
 
 // The renderer plays the synthesizer of the device's client information.
-int NuvMIDIDeviceManager::m_CreateRenderer(const DeviceEnd& device) {
+void NuvMIDIDeviceManager::m_CreateRenderer(const DeviceEnd& device) {
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
-    if (m_rendererRefCount != 0) {
-        ++m_rendererRefCount;
-        return 0;
-    }
+    if (m_rendererRefCount++ != 0)
+        return;
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_CreateRenderer]\n");
-    m_pRenderer = new NuvMIDIRenderer(device.activity);
-    m_pRenderer->Create(device.client.synth, m_appInfo1, m_appInfo2, m_appInfoText);
+    m_pRenderer.reset(new NuvMIDIRenderer(*device.seqSynth));
+    m_pRenderer->Create(m_appInfo1, m_appInfo2, m_appInfoText);
     m_pRenderer->StartRenderer();
-    m_rendererRefCount = 1;
-    return 0;
 }
 
 void NuvMIDIDeviceManager::m_DestroyRenderer() {
     std::lock_guard<std::recursive_mutex> lock(m_rendererMutex);
     if (m_rendererRefCount == 0) // a stop without a matching start: nothing to remove
         return;
-    if (m_rendererRefCount > 1) {
-        --m_rendererRefCount;
+    if (--m_rendererRefCount != 0)
         return;
-    }
     print_dlog(NUV_LOG_TRACE, "%s\n",
                "\n[NuvMIDIDeviceManager::m_DestroyRenderer] Destroying renderer\n");
-    if (m_pRenderer != nullptr) {
-        m_pRenderer->StopRenderer();
-        m_pRenderer->Destroy();
-        delete m_pRenderer;
-        m_pRenderer = nullptr;
-    }
-    m_rendererRefCount = 0;
+    m_pRenderer.reset();
+}
+
+void NuvMIDIDeviceManager::RendererStop::operator()(NuvMIDIRenderer* renderer) const {
+    renderer->StopRenderer();
+    renderer->Destroy();
+    delete renderer;
 }

@@ -4,11 +4,8 @@
 #define NUV_MIDI_DEVICE_MANAGER_H
 
 #include <alsa/asoundlib.h>
-#include <fluidsynth.h>
-#include <pthread.h>
 
-#include <atomic>
-#include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -16,27 +13,10 @@
 
 #include "INuvMIDIDeviceManager.h"
 #include "NuvDeviceManager"
+#include "NuvMIDIFilePlayback.h"
 
 class NuvMIDIRenderer;
-class NuvMIDISynthActivity;
-
-// The file-playback block; its address is the play thread's argument.
-struct _PlayFileInfo {
-    fluid_synth_t* synth;
-    fluid_player_t* player;  // the file's; its play thread deletes it when it ends
-    std::atomic<int> status; // 1: no file playing, 2: playing
-    char fileName[256];
-
-    // The play thread is detached; the manager waits on `ended` for `threadRunning` to
-    // fall before it replaces or frees the player, the name or itself.
-    std::mutex lock;
-    std::condition_variable ended;
-    bool threadRunning;
-    bool stopRequested; // set by a stop that may come before the thread starts the player
-};
-
-// The play thread of one file; `arg` is the manager's _PlayFileInfo.
-void* PlayFile(void* arg);
+class NuvMIDISeqSynth;
 
 class NuvMIDIDeviceManager : public INuvMIDIDeviceManager, public NuvDeviceManager {
 public:
@@ -68,21 +48,25 @@ private:
 
     // What streams and the renderer need of a device, copied under the manager's mutex: the
     // watcher's thread may destroy the device (its client left) as soon as the mutex is
-    // released, while the sequencer, the synthesizer and its activity named here belong to
-    // the watcher and outlive every device.
+    // released, while the sequencer client and synthesizer named here belong to the watcher
+    // and outlive every device.
     struct DeviceEnd {
         _MIDIClientInfo client;
-        NuvMIDISynthActivity* activity;
+        NuvMIDISeqSynth* seqSynth;
     };
-    // False, with `out` untouched, when no device has this id.
+    // False, with `out` untouched, when no device of this library has this id.
     bool m_ReadDevice(int id, DeviceEnd* out);
 
-    int m_CreateRenderer(const DeviceEnd& device);
+    // The renderer plays while it has users: the first device taken, each started stream
+    // and each started file. m_CreateRenderer adds a user and starts the renderer for the
+    // first; m_DestroyRenderer removes one and stops it with the last.
+    void m_CreateRenderer(const DeviceEnd& device);
     void m_DestroyRenderer();
     // True, after a line naming `operation`, when either end is null.
     static bool m_RefuseNullEnd(const char* operation, const _MIDIDeviceInfo* src,
                                 const _MIDIDeviceInfo* dst);
-    int m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender, snd_seq_addr_t dest, bool connect);
+    int m_ConnectDevice(NuvMIDISeqSynth& seqSynth, snd_seq_addr_t sender, snd_seq_addr_t dest,
+                        bool connect);
 
     // A device-to-device stream as the sequencer knows it: sender client and port, then
     // destination client and port. Each started stream is one user of the renderer.
@@ -93,14 +77,14 @@ private:
 
     int m_StartFile(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst);
     int m_StopFile(_MIDIDeviceInfo* dst);
-    // Stops a playing file and waits for its thread; then deletes the player.
-    void m_EndFilePlayback();
 
-    _PlayFileInfo m_playFile;
-    pthread_attr_t m_threadAttr;
-    pthread_t m_playThread;
+    // Stops the renderer before releasing it; the manager's end stops it whatever users
+    // remain.
+    struct RendererStop {
+        void operator()(NuvMIDIRenderer* renderer) const;
+    };
     int m_rendererRefCount;
-    NuvMIDIRenderer* m_pRenderer;
+    std::unique_ptr<NuvMIDIRenderer, RendererStop> m_pRenderer;
     int m_appInfo1;
     int m_appInfo2;
     std::string m_appInfoText;
@@ -109,7 +93,8 @@ private:
     // The count, the renderer and the streams, for any host thread. Where it is taken with
     // the framework's m_mutex, m_mutex comes first.
     std::recursive_mutex m_rendererMutex;
-    std::mutex m_fileMutex; // one file start or stop at a time
+    // Declared last, so that a playing file ends before the renderer it is heard through.
+    NuvMIDIFilePlayback m_playFile;
 };
 
 #endif

@@ -11,6 +11,7 @@
 #include "NuvLog"
 #include "NuvMIDIPcmBlock.h"
 #include "NuvMIDIRealtime.h"
+#include "NuvMIDISeqSynth.h"
 #include "NuvResult"
 #include "nuv_audio_out.h"
 #include "sound_manager.h"
@@ -68,32 +69,27 @@ private:
 // the synthesizer and a voice has started. Rendering silence costs as much as rendering
 // sound, and on a small device even the wake-ups of a timer that looks for new voices cost
 // a few per cent of a core. The output is stopped for the rest and started afresh after it.
-// Without a NuvMIDISynthActivity to wait on, it looks every kRestBlocks blocks (5.3 ms)
-// instead.
 class Rest {
 public:
-    explicit Rest(fluid_synth_t* synth) : m_synth(synth) {}
+    explicit Rest(NuvMIDISeqSynth& synth) : m_synth(synth) {}
     // After each rendered block.
     void Rendered(const unsigned char* block) {
-        const bool quiet =
-            NuvMIDIBlockIsDitherOnly(block) && fluid_synth_get_active_voice_count(m_synth) == 0;
+        const bool quiet = NuvMIDIBlockIsDitherOnly(block) && m_synth.ActiveVoices() == 0;
         m_quietBlocks = quiet ? m_quietBlocks + 1 : 0;
     }
     // Whether this pass may skip rendering.
     bool Resting() {
         if (m_quietBlocks < kQuietBlocksBeforeRest)
             return false;
-        if (fluid_synth_get_active_voice_count(m_synth) == 0)
+        if (m_synth.ActiveVoices() == 0)
             return true;
         m_quietBlocks = 0;
         return false;
     }
 
-    static constexpr int kRestBlocks = 4;
-
 private:
     static constexpr int kQuietBlocksBeforeRest = kNuvMIDISampleRate / 2 / kNuvMIDIBlockFrames;
-    fluid_synth_t* m_synth;
+    NuvMIDISeqSynth& m_synth;
     int m_quietBlocks = 0;
 };
 
@@ -116,15 +112,14 @@ void CloseOutput(audio_out_h handle) {
 
 } // namespace
 
-NuvMIDIRenderer::NuvMIDIRenderer(NuvMIDISynthActivity* activity)
-    : m_pActivity(activity), m_pSynth(nullptr), m_pcm_buf(nullptr), m_stopped(true),
-      m_pcm_handle(nullptr), m_pcm_buf_size(-1) {}
+NuvMIDIRenderer::NuvMIDIRenderer(NuvMIDISeqSynth& synth)
+    : m_synth(synth), m_pcm_buf(nullptr), m_stopped(true), m_pcm_handle(nullptr),
+      m_pcm_buf_size(-1) {}
 
 NuvMIDIRenderer::~NuvMIDIRenderer() {}
 
-int NuvMIDIRenderer::Create(fluid_synth_t* synth, int, int, std::string) {
+int NuvMIDIRenderer::Create(int, int, std::string) {
     print_dlog(NUV_LOG_INFO, "%s\n", "INFO: NuvMIDIRenderer::Create().\n");
-    m_pSynth = synth;
     if (!m_mutex.Create()) {
         print_dlog(NUV_LOG_INFO, "%s\n", "m_mutex.Create : error!\n");
         return NUV_ERR_CREATE_MANAGER;
@@ -193,8 +188,7 @@ void NuvMIDIRenderer::t_Main() {
         return;
     }
     print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::t_Main] Enter \n");
-    print_dlog(NUV_LOG_INFO, "Synth Internal buffer size = %d.\n",
-               fluid_synth_get_internal_bufsize(m_pSynth));
+    print_dlog(NUV_LOG_INFO, "Synth Internal buffer size = %d.\n", m_synth.InternalBufferSize());
     // With a small fill target the output runs dry if the thread waits for the processor.
     const int err = NuvMIDIRaiseToRealtime(kNuvMIDIAudioPriority);
     if (err != 0)
@@ -204,17 +198,14 @@ void NuvMIDIRenderer::t_Main() {
 
     BlockClock clock;
     clock.Restart();
-    Rest rest(m_pSynth);
+    Rest rest(m_synth);
     bool resting = false;
     while (!m_stopped) {
         if (rest.Resting()) {
             if (!resting && m_pcm_handle != nullptr)
                 audio_out_unprepare(m_pcm_handle); // drops the quiet still queued
             resting = true;
-            if (m_pActivity != nullptr)
-                m_pActivity->Wait(m_stopped);
-            else
-                clock.Wait(Rest::kRestBlocks);
+            m_synth.WaitForActivity(m_stopped);
             continue;
         }
         if (resting) {
@@ -226,8 +217,7 @@ void NuvMIDIRenderer::t_Main() {
         const int blocks = WaitForRoom(m_pcm_handle, clock);
         for (int i = 0; i < blocks; ++i) {
             unsigned char* block = m_pcm_buf + i * kNuvMIDIBlockBytes;
-            if (fluid_synth_write_s16(m_pSynth, kNuvMIDIBlockFrames, block, 0, 2, block, 1, 2) !=
-                FLUID_OK) {
+            if (m_synth.Render(kNuvMIDIBlockFrames, block) != FLUID_OK) {
                 print_dlog(NUV_LOG_INFO, "%s\n",
                            "[NuvMIDIRenderer::t_Main] PCM data doesn't exist \n");
                 memset(block, 0, kNuvMIDIBlockBytes);
@@ -258,8 +248,7 @@ int NuvMIDIRenderer::StopRenderer() {
         return 0;
     }
     m_stopped = true;
-    if (m_pActivity != nullptr)
-        m_pActivity->Notify(); // ends a rest
+    m_synth.NotifyActivity(); // ends a rest
     if (FlagCreate()) {
         print_dlog(NUV_LOG_INFO, "%s\n", "[NuvMIDIRenderer::StopRenderer] PCThread::Destroy()  \n");
         NuvThread::Destroy();

@@ -4,35 +4,33 @@
 #ifndef NUV_MIDI_RENDERER_H
 #define NUV_MIDI_RENDERER_H
 
-#include <fluidsynth.h>
-
 #include <atomic>
 #include <string>
 
-#include "NuvMIDISynthActivity.h"
 #include "NuvThread"
 #include "audio_io.h"
 
+class NuvMIDISeqSynth;
+
 class NuvMIDIRenderer : public NuvThread {
 public:
-    // A renderer given the synthesizer's activity rests without a timer while nothing
-    // sounds; the activity must outlive it.
-    explicit NuvMIDIRenderer(NuvMIDISynthActivity* activity = nullptr);
+    // Plays the library's synthesizer, which must outlive it, and rests without a timer
+    // while nothing sounds.
+    explicit NuvMIDIRenderer(NuvMIDISeqSynth& synth);
     virtual ~NuvMIDIRenderer();
 
     virtual void t_Main();
     virtual int Destroy(); // 0: closes the output if still open; StopRenderer runs before
 
-    int Create(fluid_synth_t* synth, int appInfo1, int appInfo2, std::string appInfoText);
+    int Create(int appInfo1, int appInfo2, std::string appInfoText);
     int StartRenderer();
     int StopRenderer();
 
 private:
     void m_OpenOutput();
 
-    NuvMIDISynthActivity* const m_pActivity;
+    NuvMIDISeqSynth& m_synth;
     NuvMutex m_mutex;
-    fluid_synth_t* m_pSynth;
     unsigned char* m_pcm_buf;
     std::atomic<bool> m_stopped;
     audio_out_h m_pcm_handle;

@@ -1,10 +1,10 @@
 // Streams: device-to-device routing by sequencer port subscription; file streams are
 // handed to the file player.
-#include <alloca.h>
 #include <string.h>
 
 #include "NuvLog"
 #include "NuvMIDIDeviceManager.h"
+#include "NuvMIDISeqSynth.h"
 
 namespace {
 
@@ -73,7 +73,8 @@ int NuvMIDIDeviceManager::StartStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst
         return 0;
     }
     const _MIDIClientInfo& s = source.client;
-    const int result = m_ConnectDevice(s.seq, Address(s), Address(destination.client), true);
+    const int result =
+        m_ConnectDevice(*source.seqSynth, Address(s), Address(destination.client), true);
     if (result < 0) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIDeviceManager::StartStream] Subscription failed \n");
@@ -114,7 +115,7 @@ int NuvMIDIDeviceManager::StopStream(_MIDIDeviceInfo* src, _MIDIDeviceInfo* dst)
         return NUV_ERR_GENERAL;
     }
     const _MIDIClientInfo& s = source.client;
-    if (m_ConnectDevice(s.seq, Address(s), Address(destination.client), false) < 0) {
+    if (m_ConnectDevice(*source.seqSynth, Address(s), Address(destination.client), false) < 0) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIDeviceManager::StopStream] Unsubscription failed \n");
         return NUV_ERR_GENERAL;
@@ -167,26 +168,18 @@ bool NuvMIDIDeviceManager::m_RefuseNullEnd(const char* operation, const _MIDIDev
     return true;
 }
 
-int NuvMIDIDeviceManager::m_ConnectDevice(snd_seq_t* seq, snd_seq_addr_t sender,
+int NuvMIDIDeviceManager::m_ConnectDevice(NuvMIDISeqSynth& seqSynth, snd_seq_addr_t sender,
                                           snd_seq_addr_t dest, bool connect) {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIDeviceManager::m_ConnectDevice] \n");
-    auto* subscription =
-        static_cast<snd_seq_port_subscribe_t*>(alloca(snd_seq_port_subscribe_sizeof()));
-    memset(subscription, 0, snd_seq_port_subscribe_sizeof());
-    snd_seq_port_subscribe_set_sender(subscription, &sender);
-    snd_seq_port_subscribe_set_dest(subscription, &dest);
     if (connect) {
-        const int result = snd_seq_subscribe_port(seq, subscription);
+        const int result = seqSynth.Subscribe(sender, dest);
         print_dlog(NUV_LOG_INFO, "\nNuvMIDIDeviceManager::m_ConnectDevice %d\n", result);
         return result;
     }
-    int result = snd_seq_get_port_subscription(seq, subscription);
-    if (result != 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n", "\n There was no connection\n ");
-        return result;
-    }
-    result = snd_seq_unsubscribe_port(seq, subscription);
+    const int result = seqSynth.Unsubscribe(sender, dest);
     if (result == 0)
         print_dlog(NUV_LOG_TRACE, "%s\n", "\nUnsubscription was successful\n");
+    else
+        print_dlog(NUV_LOG_INFO, "%s\n", "\n There was no connection\n ");
     return result;
 }

@@ -22,6 +22,10 @@ inline void NuvMIDIApplySynthSettings(fluid_settings_t* settings) {
     // FluidSynth 2 no longer defaults to the ALSA sequencer driver; the watcher finds the
     // synthesizer by the "FLUID" name of that driver's sequencer client.
     fluid_settings_setstr(settings, "midi.driver", "alsa_seq");
+    // As 1.x, which had no such setting: the watcher makes the one link to the synthesizer.
+    fluid_settings_setint(settings, "midi.autoconnect", 0);
+    // Several threads call the synthesizer without a lock of ours (1.x's default too).
+    fluid_settings_setint(settings, "synth.threadsafe-api", 1);
 }
 
 #endif

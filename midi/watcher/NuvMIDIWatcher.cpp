@@ -27,37 +27,36 @@ void RaiseToRealtime() {
 } // namespace
 
 NuvMIDIWatcher::NuvMIDIWatcher()
-    : m_flagSynthConnected(0), m_synthClient(0), m_synthPort(0), m_pSettings(nullptr),
-      m_pSynthHandle(nullptr), m_pSeqHandle(nullptr), m_pMIDIDriver(nullptr), m_nWalkDepth(0),
+    : m_flagSynthConnected(0), m_synthClient(0), m_synthPort(0), m_nWalkDepth(0),
       m_bRemovedDuringWalk(false), m_bRealtimeTried(false) {
     m_nWatcherType = kMIDIWatcherType;
 }
 
-// The sequencer and the synthesizer are Destroy's to release; a watcher whose Create
-// failed holds neither.
+// The sequencer client and the synthesizer are Destroy's to release; a watcher whose
+// Create failed holds neither.
 NuvMIDIWatcher::~NuvMIDIWatcher() {}
 
 int NuvMIDIWatcher::Create() {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::Create] \n");
     NuvMIDIRouteLibraryLogs();
+    m_seqSynth.reset(new NuvMIDISeqSynth());
     if (m_CreateSequencer() != 0) {
         print_dlog(NUV_LOG_INFO, "%s\n", "\n[NuvMIDIWatcher::Create] Sequencer creation failed\n");
+        m_Release();
         return NUV_ERR_GENERAL;
     }
-    if (m_CreateSynthesizer() != 0) {
+    print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::m_CreateSynthesizer]\n");
+    if (m_seqSynth->CreateSynthesizer() != 0) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIWatcher::Create] Synthesizer creation failed\n");
-        m_DestroySequencer();
+        m_Release();
         return NUV_ERR_GENERAL;
     }
     // Passes run when the sequencer has input waiting, with no timer (see m_NextPassMs).
     SetPeriod(0);
     const int result = NuvWatcher::Create();
-    if (result != 0) {
-        // A failed Create leaves nothing for its owner to release.
-        m_DestroySythesizer();
-        m_DestroySequencer();
-    }
+    if (result != 0)
+        m_Release(); // a failed Create leaves nothing for its owner to release
     return result;
 }
 
@@ -66,9 +65,13 @@ int NuvMIDIWatcher::Destroy() {
     // The framework thread must be gone before the handles that its passes use: Stop
     // lets a pass in progress finish and starts no other.
     NuvWatcher::Stop();
-    m_DestroySythesizer();
-    m_DestroySequencer();
+    m_Release();
     return NuvWatcher::Destroy();
+}
+
+void NuvMIDIWatcher::m_Release() {
+    t_SetWakeDescriptors(nullptr, 0);
+    m_seqSynth.reset();
 }
 
 void NuvMIDIWatcher::t_ExtraEnumerate() {
@@ -82,7 +85,7 @@ void NuvMIDIWatcher::t_ExtraEnumerate() {
         // so the clients that were there before go in with them.
         m_AddExistingDevices();
         m_flagSynthConnected = 0;
-        if (snd_seq_nonblock(m_pSeqHandle, 1) < 0) {
+        if (snd_seq_nonblock(m_seqSynth->Seq(), 1) < 0) {
             print_dlog(NUV_LOG_INFO, "%s\n",
                        "\n[NuvMIDIWatcher::m_CreateSequencer] Could not block sequencer\n");
             return;

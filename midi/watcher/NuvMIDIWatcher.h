@@ -4,14 +4,14 @@
 //
 // Threads: Create and Destroy run on the entry's thread; t_ExtraEnumerate and everything
 // it calls run on the framework's watcher thread, which also calls every MIDI callback.
-// Destroy stops that thread before it releases the synthesizer and the sequencer.
+// Destroy stops that thread before it releases the sequencer client and the synthesizer
+// (NuvMIDISeqSynth.h says who else may use them, and how).
 #ifndef NUV_MIDI_WATCHER_H
 #define NUV_MIDI_WATCHER_H
 
 #include <alsa/asoundlib.h>
-#include <fluidsynth.h>
 
-#include <cstdint>
+#include <chrono>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -19,16 +19,12 @@
 #include <vector>
 
 #include "NuvMIDICallback.h"
-#include "NuvMIDISynthActivity.h"
-#include "NuvMIDISynthSettings.h"
+#include "NuvMIDISeqSynth.h"
 #include "NuvMIDITypes.h"
 #include "NuvWatcher"
 
 class NuvMIDIWatcher : public NuvWatcher, public NuvMIDICallback {
 public:
-    // The sound font that the synthesizer loads at start when the file exists.
-    static constexpr const char* kDefaultSoundFont = kNuvMIDIDefaultSoundFont;
-
     NuvMIDIWatcher();
     virtual ~NuvMIDIWatcher();
 
@@ -54,15 +50,12 @@ public:
     // without racing a walk.
     std::recursive_mutex& FanOutLock() { return m_fanOutLock; }
 
-    // What feeds the synthesizer, for the renderer to wait on and the file player to play
-    // through; lives as long as the synthesizer.
-    NuvMIDISynthActivity* SynthActivity() const { return m_pSynthActivity.get(); }
+    // The sequencer client and the synthesizer, from a successful Create until Destroy.
+    NuvMIDISeqSynth* SeqSynth() const { return m_seqSynth.get(); }
 
 private:
     int m_CreateSequencer();
-    void m_DestroySequencer();
-    int m_CreateSynthesizer();
-    void m_DestroySythesizer();
+    void m_Release();
     void m_AddExistingDevices();
     int m_AddDevice(_MIDIClientInfo info);
     void m_CheckDevices();
@@ -77,32 +70,27 @@ private:
     bool m_HasPlaceholderName(int client);
     bool m_HasPort(int client, int port);
     void m_OnClientExit(const snd_seq_event_t* ev);
-    void m_LinkSynthesizer(int client, int port);
     void m_EndWalk();
 
     int m_flagSynthConnected;
     int m_synthClient;
     int m_synthPort;
-    fluid_settings_t* m_pSettings;
-    fluid_synth_t* m_pSynthHandle;
-    snd_seq_t* m_pSeqHandle;
-    fluid_midi_driver_t* m_pMIDIDriver;
-    std::unique_ptr<NuvMIDISynthActivity> m_pSynthActivity;
+    std::unique_ptr<NuvMIDISeqSynth> m_seqSynth;
 
     // A client start read while the client was still unnamed (the sequencer's placeholder)
     // or had not made its announced port yet. Passes start as soon as input waits, so the
     // announcement of a new client is often read before the client has named itself, and
     // a kernel client (a USB keyboard's) announces itself before its port exists: a device
-    // offered then could not be subscribed to. It is decided by a pass kNamingGraceNs
-    // later (the one timer the watcher sets, see m_NextPassMs), and waits for the name and
-    // the port up to kNamingLimitNs. Only the watcher thread uses the list.
+    // offered then could not be subscribed to. It is decided by a pass kNamingGrace later
+    // (the one timer the watcher sets, see m_NextPassMs), and waits for the name and the
+    // port up to kNamingLimit. Only the watcher thread uses the list.
     struct PendingStart {
         int client;
         int port;
-        int64_t readAtNs;
+        std::chrono::steady_clock::time_point readAt;
     };
-    static constexpr int64_t kNamingGraceNs = 25 * 1000000;
-    static constexpr int64_t kNamingLimitNs = 1000 * 1000000;
+    static constexpr std::chrono::milliseconds kNamingGrace{25};
+    static constexpr std::chrono::milliseconds kNamingLimit{1000};
     std::vector<PendingStart> m_pendingStarts;
     // The callbacks of each sending client, in registration order: an event is handed to
     // its own client's callbacks only, whatever the number of devices. A null entry is a

@@ -3,9 +3,9 @@
 // own client start links the watcher's sending port to it.
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 
 #include "NuvLog"
@@ -13,16 +13,9 @@
 #include "NuvMIDIWatcher.h"
 #include "NuvMIDIWatcherNames.h"
 
-namespace {
-int64_t MonotonicNs() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-} // namespace
-
 void NuvMIDIWatcher::m_MIDIProcess() {
-    if (m_pSeqHandle == nullptr || !m_DecidePendingStarts())
+    snd_seq_t* seq = m_seqSynth != nullptr ? m_seqSynth->Seq() : nullptr;
+    if (seq == nullptr || !m_DecidePendingStarts())
         return;
 
     // One record serves every event of this call; note events leave the bytes after
@@ -30,10 +23,10 @@ void NuvMIDIWatcher::m_MIDIProcess() {
     _MIDIMessage message;
     memset(&message, 0, sizeof(message));
 
-    while (m_pSeqHandle != nullptr) {
+    for (;;) {
         snd_seq_event_t* ev = nullptr;
         // Non-blocking: a negative result means that nothing is waiting.
-        if (snd_seq_event_input(m_pSeqHandle, &ev) <= 0 || ev == nullptr)
+        if (snd_seq_event_input(seq, &ev) <= 0 || ev == nullptr)
             return;
 
         // Any client may write to the watcher's ports, but only the kernel's system client
@@ -87,16 +80,16 @@ void NuvMIDIWatcher::m_MIDIProcess() {
 // Set-aside client starts whose grace has run out are decided now, in the order they were
 // read; one that still carries the sequencer's placeholder "Client-<number>" (a busy
 // machine can keep a client from naming itself for a while) or has no port yet gets up to
-// kNamingLimitNs.
+// kNamingLimit.
 // False when one of them ends the reading of this pass.
 bool NuvMIDIWatcher::m_DecidePendingStarts() {
-    const int64_t now = MonotonicNs();
+    const auto now = std::chrono::steady_clock::now();
     for (size_t i = 0; i < m_pendingStarts.size();) {
         const PendingStart start = m_pendingStarts[i];
-        const int64_t age = now - start.readAtNs;
+        const auto age = now - start.readAt;
         const bool unready =
             m_HasPlaceholderName(start.client) || !m_HasPort(start.client, start.port);
-        if (age < kNamingGraceNs || (age < kNamingLimitNs && unready)) {
+        if (age < kNamingGrace || (age < kNamingLimit && unready)) {
             ++i;
             continue;
         }
@@ -113,23 +106,25 @@ bool NuvMIDIWatcher::m_DecidePendingStarts() {
 // in the input buffer (a recorder's start ends the reading) has the next one come at
 // once: poll() sees only what is still in the kernel.
 unsigned long NuvMIDIWatcher::m_NextPassMs() const {
-    if (m_pSeqHandle != nullptr && snd_seq_event_input_pending(m_pSeqHandle, 0) > 0)
+    snd_seq_t* seq = m_seqSynth != nullptr ? m_seqSynth->Seq() : nullptr;
+    if (seq != nullptr && snd_seq_event_input_pending(seq, 0) > 0)
         return 1;
     if (m_pendingStarts.empty())
         return 0;
-    const int64_t now = MonotonicNs();
-    int64_t nextNs = kNamingGraceNs;
+    using namespace std::chrono;
+    const auto now = steady_clock::now();
+    nanoseconds next = kNamingGrace;
     for (const PendingStart& start : m_pendingStarts) {
-        const int64_t dueNs = start.readAtNs + kNamingGraceNs - now;
-        if (dueNs > 0)
-            nextNs = std::min(nextNs, dueNs);
+        const nanoseconds due = start.readAt + kNamingGrace - now;
+        if (due.count() > 0)
+            next = std::min(next, due);
     }
-    return static_cast<unsigned long>((nextNs + 999999) / 1000000);
+    return static_cast<unsigned long>(ceil<milliseconds>(next).count());
 }
 
 bool NuvMIDIWatcher::m_HasPlaceholderName(int client) {
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
-    if (!clientInfo || snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get()) < 0)
+    if (!clientInfo || snd_seq_get_any_client_info(m_seqSynth->Seq(), client, clientInfo.get()) < 0)
         return false;
     const std::string placeholder = "Client-" + std::to_string(client);
     return placeholder == snd_seq_client_info_get_name(clientInfo.get());
@@ -137,7 +132,8 @@ bool NuvMIDIWatcher::m_HasPlaceholderName(int client) {
 
 bool NuvMIDIWatcher::m_HasPort(int client, int port) {
     NuvSeqPortInfo portInfo = NuvNewPortInfo();
-    return portInfo && snd_seq_get_any_port_info(m_pSeqHandle, client, port, portInfo.get()) == 0;
+    return portInfo &&
+           snd_seq_get_any_port_info(m_seqSynth->Seq(), client, port, portInfo.get()) == 0;
 }
 
 bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {
@@ -145,14 +141,14 @@ bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
     const char* name = "";
     if (clientInfo) {
-        snd_seq_get_any_client_info(m_pSeqHandle, client, clientInfo.get());
+        snd_seq_get_any_client_info(m_seqSynth->Seq(), client, clientInfo.get());
         name = snd_seq_client_info_get_name(clientInfo.get());
     }
     // Probably not named yet, or without its port yet: decided later, as if read then (see
     // PendingStart).
     const bool unnamed = strstr(name, "Client") != nullptr && strstr(name, "Recorder") == nullptr;
     if (mayWait && (unnamed || !m_HasPort(client, port))) {
-        m_pendingStarts.push_back({client, port, MonotonicNs()});
+        m_pendingStarts.push_back({client, port, std::chrono::steady_clock::now()});
         return true;
     }
 
@@ -180,29 +176,12 @@ bool NuvMIDIWatcher::m_OnClientStart(int client, int port, bool mayWait) {
         m_synthClient = client;
         m_flagSynthConnected = 1;
         m_synthPort = port;
-        m_LinkSynthesizer(client, port);
+        // What connectors send reaches the synthesizer through this subscription; a failed
+        // link is not reported: the synthesizer then hears nothing from the sending port.
+        m_seqSynth->Feed(client, port);
     }
     m_AddDevice(info);
     return true;
-}
-
-// What connectors send from the watcher's port 2 reaches the synthesizer through this
-// subscription. The sender is the watcher's real client number: the watcher is client 128
-// only when it is the first user client of the sequencer.
-void NuvMIDIWatcher::m_LinkSynthesizer(int client, int port) {
-    NuvSeqSubscription subscription = NuvNewSubscription();
-    if (!subscription)
-        return;
-    snd_seq_addr_t sender = {};
-    sender.client = static_cast<unsigned char>(snd_seq_client_id(m_pSeqHandle));
-    sender.port = kSendPort;
-    snd_seq_addr_t dest = {};
-    dest.client = static_cast<unsigned char>(client);
-    dest.port = static_cast<unsigned char>(port);
-    snd_seq_port_subscribe_set_sender(subscription.get(), &sender);
-    snd_seq_port_subscribe_set_dest(subscription.get(), &dest);
-    // A failed link is not reported: the synthesizer then hears nothing from port 2.
-    snd_seq_subscribe_port(m_pSeqHandle, subscription.get());
 }
 
 void NuvMIDIWatcher::m_OnClientExit(const snd_seq_event_t* ev) {

@@ -10,11 +10,6 @@ const char kRecorderClientName[] = "MIDIRecorder";
 // FluidSynth's ALSA sequencer MIDI driver names its client with this text.
 const char kSynthNamePart[] = "FLUID";
 
-// The watcher's ports: announcements in, device input in, output to subscribers.
-const int kAnnouncePort = 0;
-const int kInputPort = 1;
-const int kSendPort = 2;
-
 // Fixed fields of every MIDI candidate record.
 const char kDeviceHandlePath[] = "MIDIDeviceHandle";
 const char kDeviceIdText[] = "0123456";

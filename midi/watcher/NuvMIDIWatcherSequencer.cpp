@@ -14,11 +14,6 @@ namespace {
 const char kSeqUevent[] = "/sys/class/sound/seq/uevent";
 const char kSeqDevicePath[] = "/dev/snd/seq";
 
-// Both listening ports take writes from subscribers; the sending port offers reads.
-const unsigned int kListenCaps = SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE;
-const unsigned int kSendCaps = SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ;
-const size_t kInputPoolEvents = 2000;
-
 // Calls perPort(clientInfo, portInfo) for every port of every client after the system
 // client, in increasing client and port number.
 template <typename PerPort>
@@ -47,72 +42,21 @@ int NuvMIDIWatcher::m_CreateSequencer() {
         return NUV_ERR_GENERAL;
     }
 
-    // Held until every step has succeeded, so that a failure closes the client again.
-    snd_seq_t* opened = nullptr;
-    if (snd_seq_open(&opened, "default", SND_SEQ_OPEN_DUPLEX, 0) < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n",
-                   "\n[NuvMIDIWatcher::m_CreateSequencer]Could not open sequencer\n");
+    if (m_seqSynth->OpenSequencer() != 0)
         return NUV_ERR_GENERAL;
-    }
-    NuvSeqHandle seq(opened);
-
-    if (snd_seq_set_client_name(seq.get(), kWatcherClientName) < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n",
-                   "\n[NuvMIDIWatcher::m_CreateSequencer]Could not set client name\n");
-        return NUV_ERR_GENERAL;
-    }
-    // Created in this order, the ports get the numbers 0, 1 and 2.
-    if (snd_seq_create_simple_port(seq.get(), "listen:1", kListenCaps,
-                                   SND_SEQ_PORT_TYPE_APPLICATION) < 0 ||
-        snd_seq_create_simple_port(seq.get(), "listen:2", kListenCaps,
-                                   SND_SEQ_PORT_TYPE_APPLICATION) < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n",
-                   "\n[NuvMIDIWatcher::m_CreateSequencer]Could not open input port\n");
-        return NUV_ERR_GENERAL;
-    }
-    if (snd_seq_create_simple_port(seq.get(), "anounce:1", kSendCaps,
-                                   SND_SEQ_PORT_TYPE_APPLICATION) < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n",
-                   "\n[NuvMIDIWatcher::m_CreateSequencer]Could not open output port\n");
-        return NUV_ERR_GENERAL;
-    }
-    // Client starts and exits reach port 0 from the system announce port.
-    snd_seq_connect_from(seq.get(), kAnnouncePort, SND_SEQ_CLIENT_SYSTEM,
-                         SND_SEQ_PORT_SYSTEM_ANNOUNCE);
-    if (snd_seq_nonblock(seq.get(), 1) < 0) {
-        print_dlog(NUV_LOG_INFO, "%s\n",
-                   "\n[NuvMIDIWatcher::m_CreateSequencer] Could not unblock sequencer\n");
-        return NUV_ERR_GENERAL;
-    }
-    // Room for 2000 events waiting to be read, the kernel's largest input pool, and a read
-    // buffer that takes them all in one read: the kernel drops everything waiting when its
-    // pool overflows, so a burst must find room there.
-    snd_seq_set_client_pool_input(seq.get(), kInputPoolEvents);
-    snd_seq_set_input_buffer_size(seq.get(), kInputPoolEvents * sizeof(snd_seq_event_t));
     // A pass starts as soon as input waits, not only when the period has run out: a key
     // press reaches the callbacks without waiting for a timer.
     struct pollfd wake[4];
-    const int wakeCount = snd_seq_poll_descriptors(seq.get(), wake, 4, POLLIN);
+    const int wakeCount = snd_seq_poll_descriptors(m_seqSynth->Seq(), wake, 4, POLLIN);
     t_SetWakeDescriptors(wake, wakeCount);
-    m_pSeqHandle = seq.release();
     return 0;
-}
-
-void NuvMIDIWatcher::m_DestroySequencer() {
-    print_dlog(NUV_LOG_TRACE, "%s\n",
-               "\n[NuvMIDIWatcher::m_DestroySequencer] Destroying sequencer\n");
-    if (m_pSeqHandle != nullptr) {
-        t_SetWakeDescriptors(nullptr, 0);
-        snd_seq_close(m_pSeqHandle);
-        m_pSeqHandle = nullptr;
-    }
 }
 
 void NuvMIDIWatcher::m_AddExistingDevices() {
     print_dlog(NUV_LOG_TRACE, "%s\n", "\n[NuvMIDIWatcher::m_AddExistingDevices]\n");
     NuvSeqClientInfo clientInfo = NuvNewClientInfo();
     NuvSeqPortInfo portInfo = NuvNewPortInfo();
-    if (m_pSeqHandle == nullptr) {
+    if (m_seqSynth == nullptr || m_seqSynth->Seq() == nullptr) {
         print_dlog(NUV_LOG_INFO, "%s\n",
                    "\n[NuvMIDIWatcher::m_AddExistingDevices] Sequencer does not exist\n");
         return;
@@ -120,7 +64,7 @@ void NuvMIDIWatcher::m_AddExistingDevices() {
     if (!clientInfo || !portInfo)
         return;
 
-    ForEachPort(m_pSeqHandle, clientInfo.get(), portInfo.get(),
+    ForEachPort(m_seqSynth->Seq(), clientInfo.get(), portInfo.get(),
                 [this](snd_seq_client_info_t* client, snd_seq_port_info_t* port) {
                     const char* name = snd_seq_client_info_get_name(client);
                     // Whole-name comparison: a client merely named like these is a device.
@@ -140,8 +84,10 @@ int NuvMIDIWatcher::m_AddDevice(_MIDIClientInfo info) {
 
     auto* record = new _NuvDetailDevInfo();
     auto* clientInfo = new _MIDIClientInfo();
-    clientInfo->seq = m_pSeqHandle;
-    clientInfo->synth = m_pSynthHandle;
+    // The framework's contract names the handles in every record.
+    snd_seq_t* seq = m_seqSynth != nullptr ? m_seqSynth->Seq() : nullptr;
+    clientInfo->seq = seq;
+    clientInfo->synth = m_seqSynth != nullptr ? m_seqSynth->Synth() : nullptr;
     clientInfo->synthClient = m_synthClient;
     clientInfo->synthPort = m_synthPort;
     clientInfo->client = info.client;
@@ -155,9 +101,9 @@ int NuvMIDIWatcher::m_AddDevice(_MIDIClientInfo info) {
     memcpy(record->key, uid, sizeof(uid));
 
     NuvSeqClientInfo sequencerInfo = NuvNewClientInfo();
-    if (sequencerInfo && m_pSeqHandle != nullptr) {
+    if (sequencerInfo && seq != nullptr) {
         // A client that cannot be read keeps the empty name of a fresh information object.
-        snd_seq_get_any_client_info(m_pSeqHandle, info.client, sequencerInfo.get());
+        snd_seq_get_any_client_info(seq, info.client, sequencerInfo.get());
         strncpy(record->devInfo.deviceName, snd_seq_client_info_get_name(sequencerInfo.get()),
                 sizeof(record->devInfo.deviceName) - 1);
     }

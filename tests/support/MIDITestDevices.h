@@ -10,6 +10,7 @@
 #include <atomic>
 
 #include "NuvCallback"
+#include "NuvMIDISeqSynth.h"
 #include "NuvMIDITypes.h"
 
 // A message with the given fields, every other byte zero.
@@ -23,22 +24,16 @@ inline _MIDIMessage Message(int channel, int param, int value, int duration = 0)
     return msg;
 }
 
-// A FluidSynth synthesizer with default settings and no drivers.
+// The library's synthesizer without a sequencer: no MIDI driver, no default font.
 class TestSynthesizer {
 public:
-    TestSynthesizer() : m_settings(new_fluid_settings()), m_synth(new_fluid_synth(m_settings)) {}
-    ~TestSynthesizer() {
-        delete_fluid_synth(m_synth);
-        delete_fluid_settings(m_settings);
-    }
-    TestSynthesizer(const TestSynthesizer&) = delete;
-    TestSynthesizer& operator=(const TestSynthesizer&) = delete;
+    TestSynthesizer() { m_owner.CreateSynthesizer(NuvMIDISeqSynth::Kind::kBare); }
 
-    fluid_synth_t* Get() const { return m_synth; }
+    fluid_synth_t* Get() const { return m_owner.Synth(); }
+    NuvMIDISeqSynth* Owner() { return &m_owner; }
 
 private:
-    fluid_settings_t* m_settings;
-    fluid_synth_t* m_synth;
+    NuvMIDISeqSynth m_owner;
 };
 
 // The candidate of one sequencer client, with the client information it owns.

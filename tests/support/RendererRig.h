@@ -1,11 +1,13 @@
-// A renderer on a FluidSynth synthesizer of its own (48 000 Hz), fed through the path of the
-// MIDI driver so that a resting renderer wakes; stopped and released in reverse order.
+// A renderer on a synthesizer of its own (the library's settings, 48 000 Hz among them, but
+// no MIDI driver), fed through the path of the MIDI driver so that a resting renderer wakes;
+// stopped before the synthesizer goes.
 #ifndef NUV_TEST_RENDERER_RIG_H
 #define NUV_TEST_RENDERER_RIG_H
 
 #include <fluidsynth.h>
 
 #include "NuvMIDIRenderer.h"
+#include "NuvMIDISeqSynth.h"
 #include "NuvMIDISynthActivity.h"
 
 struct RendererRig {
@@ -15,8 +17,6 @@ struct RendererRig {
             renderer.StopRenderer();
             renderer.Destroy();
         }
-        delete_fluid_synth(synth);
-        delete_fluid_settings(settings);
     }
     RendererRig(const RendererRig&) = delete;
     RendererRig& operator=(const RendererRig&) = delete;
@@ -28,20 +28,21 @@ struct RendererRig {
         fluid_midi_event_set_channel(event, channel);
         fluid_midi_event_set_key(event, data1);      // the controller of a control change too
         fluid_midi_event_set_velocity(event, data2); // and its value
-        NuvMIDISynthActivity::HandleEvent(&activity, event);
+        NuvMIDISynthActivity::HandleEvent(owner.Activity(), event);
         delete_fluid_midi_event(event);
     }
 
-    fluid_settings_t* settings = At48kHz(new_fluid_settings());
-    fluid_synth_t* synth = new_fluid_synth(settings);
-    NuvMIDISynthActivity activity{synth};
-    NuvMIDIRenderer renderer{&activity};
+    NuvMIDISeqSynth owner;
+    fluid_synth_t* synth = Bare(owner);
+    NuvMIDIRenderer renderer{owner};
     bool created = false; // set once renderer.Create succeeded
 
 private:
-    static fluid_settings_t* At48kHz(fluid_settings_t* settings) {
-        fluid_settings_setnum(settings, "synth.sample-rate", 48000);
-        return settings;
+    static fluid_synth_t* Bare(NuvMIDISeqSynth& owner) {
+        owner.CreateSynthesizer(NuvMIDISeqSynth::Kind::kBare);
+        // FluidSynth's default gain, which the tests' levels assume.
+        fluid_settings_setnum(fluid_synth_get_settings(owner.Synth()), "synth.gain", 0.2);
+        return owner.Synth();
     }
 };
 

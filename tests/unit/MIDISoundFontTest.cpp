@@ -31,7 +31,7 @@ protected:
 
     TestSynthesizer m_synth;
     TestCandidate m_candidate{20, "Keyboard", m_synth.Get()};
-    NuvMIDIConnector m_connector{&m_candidate.info, nullptr};
+    NuvMIDIConnector m_connector{&m_candidate.info, nullptr, m_synth.Owner()};
     std::vector<std::unique_ptr<TempFile>> m_fonts;
 };
 

@@ -36,7 +36,7 @@ protected:
     }
 
     void CreateRenderer() {
-        ASSERT_EQ(0, m_rig.renderer.Create(m_rig.synth, 5, 7, "abc"));
+        ASSERT_EQ(0, m_rig.renderer.Create(5, 7, "abc"));
         m_rig.created = true;
     }
     bool LoadFont() {

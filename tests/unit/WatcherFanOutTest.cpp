@@ -122,7 +122,7 @@ TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
 // that teardown lets go of its own registration only.
 TEST_F(MIDIWatcherFanOut, AConnectorLetsGoOnlyOfTheCallbackItRelaysTo) {
     TestCandidate candidate(20, "Keyboard", nullptr);
-    NuvMIDIConnector connector(&candidate.info, &watcher);
+    NuvMIDIConnector connector(&candidate.info, &watcher, nullptr);
     EXPECT_EQ(1, connector.RegisterMIDICallback(&a));
     EXPECT_EQ(1, connector.RegisterMIDICallback(&b));
     EXPECT_EQ(0, connector.UnregisterMIDICallback(&a));

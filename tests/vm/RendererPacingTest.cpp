@@ -34,7 +34,7 @@ protected:
         ASSERT_GE(fluid_synth_sfload(m_rig.synth, kFont, 1), 0) << kFont;
         std::string problem;
         ASSERT_TRUE(m_capture.Start(&problem)) << problem;
-        ASSERT_EQ(0, m_rig.renderer.Create(m_rig.synth, 0, 0, ""));
+        ASSERT_EQ(0, m_rig.renderer.Create(0, 0, ""));
         m_rig.created = true;
         ASSERT_EQ(0, m_rig.renderer.StartRenderer());
     }
