@@ -25,9 +25,9 @@ namespace {
 const auto kRunLimit = std::chrono::seconds(90);
 
 // nuvmidi with the build tree's library, as its run path finds it outside the VM.
-ProgramResult Nuvmidi(std::vector<std::string> args, const std::string& input = std::string()) {
+ProgramResult Nuvmidi(std::vector<std::string> args) {
     args.insert(args.begin(), {NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY});
-    return RunProgram(args, kRunLimit, input);
+    return RunProgram(args, kRunLimit);
 }
 
 // One event line's columns after the device: event, channel, values.

@@ -42,11 +42,9 @@ ChildProcess::~ChildProcess() {
         close(m_errFd);
 }
 
-bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string& input) {
-    int in[2], out[2], err[2];
-    if (argv.empty() || pipe2(in, O_CLOEXEC) != 0)
-        return false;
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
+bool ChildProcess::Start(const std::vector<std::string>& argv) {
+    int out[2], err[2];
+    if (argv.empty() || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
         return false;
     std::vector<char*> args;
     for (const std::string& arg : argv)
@@ -61,26 +59,19 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string
         signal(SIGINT, SIG_DFL);
         signal(SIGTERM, SIG_DFL);
         signal(SIGPIPE, SIG_DFL);
-        dup2(in[0], STDIN_FILENO);
+        dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
         dup2(err[1], STDERR_FILENO);
         execv(args[0], args.data());
         _exit(127);
     }
-    close(in[0]);
     close(out[1]);
     close(err[1]);
     if (m_pid < 0) {
-        close(in[1]);
         close(out[0]);
         close(err[0]);
         return false;
     }
-    // Small inputs fit the pipe; the child reads them when it wants.
-    signal(SIGPIPE, SIG_IGN);
-    if (!input.empty() && write(in[1], input.data(), input.size()) < 0)
-        return false;
-    close(in[1]);
     m_outFd = out[0];
     m_errFd = err[0];
     fcntl(m_outFd, F_SETFL, O_NONBLOCK);
@@ -151,11 +142,10 @@ void ChildProcess::m_Reap(bool block) {
     m_pid = -1;
 }
 
-ProgramResult RunProgram(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
-                         const std::string& input) {
+ProgramResult RunProgram(const std::vector<std::string>& argv, std::chrono::milliseconds timeout) {
     ProgramResult result;
     ChildProcess child;
-    if (!child.Start(argv, input))
+    if (!child.Start(argv))
         return result;
     const bool ended = child.Wait(timeout);
     result.status = ended ? child.Status() : -1;

@@ -1,4 +1,4 @@
-// Runs a program as a child process with its standard input given and its standard
+// Runs a program as a child process with nothing on its standard input and its standard
 // output and error captured, for the tests of command-line programs. Every wait has a
 // deadline; a child still running when the object goes is killed and reaped.
 #ifndef NUV_MEASURE_CHILD_PROCESS_H
@@ -17,8 +17,8 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Starts argv[0] (a path) with `input` as its standard input.
-    bool Start(const std::vector<std::string>& argv, const std::string& input = std::string());
+    // Starts argv[0] (a path).
+    bool Start(const std::vector<std::string>& argv);
     // Reads the output until standard output holds `text`; false when the child ended or
     // the time ran out first.
     bool WaitForOutput(const std::string& text, std::chrono::milliseconds timeout);
@@ -54,7 +54,6 @@ struct ProgramResult {
 
 // Runs a program to its end.
 ProgramResult RunProgram(const std::vector<std::string>& argv,
-                         std::chrono::milliseconds timeout = std::chrono::seconds(60),
-                         const std::string& input = std::string());
+                         std::chrono::milliseconds timeout = std::chrono::seconds(60));
 
 #endif
