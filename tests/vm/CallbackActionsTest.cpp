@@ -179,13 +179,7 @@ TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
     ASSERT_TRUE(m_keyboards[0].Write({0x90, 60, 100}));
     ASSERT_TRUE(WaitFor([&] { return calls.load() == 1; }));
 
-    _MIDIMessage volume = Message(0, 7, 77);
-    EXPECT_EQ(0, m_device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, volume));
-    EXPECT_TRUE(WaitFor([&] {
-        _MIDIMessage answer = Message(0, 7, 0);
-        m_device->GetInformation(MIDI_EVENT_CONTROL_CHANGE, &answer);
-        return answer.value == 77;
-    }));
+    EXPECT_TRUE(SendVolumeAndReadItBack(m_device, 77));
     EXPECT_EQ(m_other, m_manager->GetDevice(m_other->GetID()));
     for (uint8_t key = 61; key < 64; ++key)
         ASSERT_TRUE(m_keyboards[0].Write({0x90, key, 100}));

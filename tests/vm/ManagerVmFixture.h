@@ -136,6 +136,17 @@ private:
     std::vector<Entry> m_entries;
 };
 
+// Sends `device` a volume (controller 7 on channel 0) and waits until the synthesizer reads
+// it back.
+inline bool SendVolumeAndReadItBack(INuvMIDIDevice* device, int volume) {
+    _MIDIMessage sent = Message(0, 7, volume);
+    return device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, sent) == 0 && WaitFor([&] {
+               _MIDIMessage answer = Message(0, 7, -1);
+               device->GetInformation(MIDI_EVENT_CONTROL_CHANGE, &answer);
+               return answer.value == volume;
+           });
+}
+
 // The devices the manager lists, in its order.
 inline std::vector<_NuvDevInfo> ConnectedDevices(INuvMIDIDeviceManager* manager) {
     std::vector<_NuvDevInfo> devices(1);
