@@ -33,8 +33,8 @@ void DropWakeDescriptor(NuvWatcherLoop& loop, int index) {
     --loop.wakeCount;
 }
 
-// Waits until the period that began at passStartNs has run out (if there is one) or a wake
-// descriptor has input (true: run the next pass), or Stop was called (false).
+// Waits until the period that began at passStartNs (-1: now) has run out (if there is one) or a
+// wake descriptor has input (true: run the next pass), or Stop was called (false).
 bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStartNs) {
     for (;;) {
         if (loop.stopping.load() || loop.generation.load() != generation)
@@ -43,6 +43,8 @@ bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStar
         const unsigned long periodMs = loop.periodMs.load();
         int timeout = -1;
         if (periodMs > 0) {
+            if (passStartNs < 0)
+                passStartNs = MonotonicNs();
             const int64_t remainingNs =
                 passStartNs + static_cast<int64_t>(periodMs) * 1000000 - MonotonicNs();
             if (remainingNs <= 0)
@@ -218,7 +220,10 @@ void NuvWatcher::t_Main() {
     NuvWatcherLoop& loop = *m_pLoop;
     const unsigned generation = loop.generation.load();
     while (!loop.stopping.load() && loop.generation.load() == generation) {
-        const int64_t passStartNs = MonotonicNs();
+        // Without a period the clock is not read: passes then come with input, and in an
+        // emulated machine a clock read is a system call. A period set during such a pass
+        // counts from its end.
+        const int64_t passStartNs = loop.periodMs.load() > 0 ? MonotonicNs() : -1;
         t_SpecialEnumerate();
         t_ExtraEnumerate();
         if (!WaitForNextPass(loop, generation, passStartNs))
