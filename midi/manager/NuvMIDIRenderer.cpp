@@ -3,10 +3,10 @@
 
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
-#include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <thread>
 
 #include "NuvLog"
 #include "NuvMIDIPcmBlock.h"
@@ -25,41 +25,35 @@ constexpr int kBatchBlocks = 32;
 // Blocks rendered per pass without an output.
 constexpr int kClockBlocks = 4;
 
-int64_t NowNs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
 // Paces a renderer that has no output to wait on: each batch is waited out up to the
 // moment it would have finished playing from the start of the loop at 48 000 Hz, so a
 // missing output costs one render per block period instead of a spinning core. Deadlines
 // count whole blocks from an anchor, so they do not drift.
 class BlockClock {
 public:
+    using Clock = std::chrono::steady_clock;
     void Restart() {
-        m_anchorNs = NowNs();
+        m_anchor = Clock::now();
         m_blocks = 0;
     }
     // Waits until the deadline of the last of `blocks` more blocks.
     void Wait(int blocks) {
         m_blocks += uint64_t(blocks);
-        const int64_t deadline =
-            m_anchorNs + int64_t(m_blocks) * kNuvMIDIBlockFrames * 1000000000 / kNuvMIDISampleRate;
+        const Clock::time_point deadline =
+            m_anchor + std::chrono::nanoseconds(int64_t(m_blocks) * kNuvMIDIBlockFrames *
+                                                1000000000 / kNuvMIDISampleRate);
         // A loop that fell far behind (a stalled thread) counts afresh rather than rendering
         // a burst to catch up.
-        if (NowNs() - deadline > kCatchUpLimitNs) {
+        if (Clock::now() - deadline > kCatchUpLimit) {
             Restart();
             return;
         }
-        timespec at{time_t(deadline / 1000000000), long(deadline % 1000000000)};
-        while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
-        }
+        std::this_thread::sleep_until(deadline);
     }
 
 private:
-    static constexpr int64_t kCatchUpLimitNs = 20000000;
-    int64_t m_anchorNs = 0;
+    static constexpr std::chrono::milliseconds kCatchUpLimit{20};
+    Clock::time_point m_anchor;
     uint64_t m_blocks = 0;
 };
 

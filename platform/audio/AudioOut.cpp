@@ -43,13 +43,14 @@ std::atomic<uint64_t> g_framesWritten{0};
 std::atomic<uint64_t> g_fillTargetWidenings{0};
 std::atomic<uint64_t> g_fillTarget{0};
 
-// A low-latency writer keeps two periods queued at first; each time the output runs dry
-// anyway the target grows by a period, up to all of the buffer but one period. After ten
-// seconds of sound without running dry it narrows again by a period, down to the first
-// target, and a stream prepared again starts from the first target: a stall that came once
-// (the first sound of a process, whose code and samples are touched for the first time)
-// does not cost every later note its latency.
-constexpr unsigned long kFirstFillTargetPeriods = 2;
+// A low-latency writer is first given the fewest whole periods that still hold 8 ms when it
+// is woken, a period below the target (three 4 ms periods on ALSA, two 10.7 ms periods into
+// a WAV file): time to render the next period in, and to ride out a short stall. Each time
+// the output runs dry anyway the target grows by a period, up to all of the buffer but one
+// period; after ten seconds of sound without running dry it narrows again by a period, down
+// to the first target. The target a stream has learnt outlasts its pauses (unprepare,
+// prepare): a machine that was too slow for a target before a rest is too slow after it.
+constexpr unsigned long kWokenWithMs = 8;
 constexpr unsigned long kCalmSeconds = 10;
 
 void ChangeFillTarget(unsigned long& target, unsigned long to, const char* why) {
@@ -154,10 +155,8 @@ NUV_AUDIO_API int audio_out_prepare(audio_out_h output) {
     if (output->prepared)
         return AUDIO_IO_ERROR_NONE;
     const int result = output->driver->prepare(output->sink);
-    if (result == AUDIO_IO_ERROR_NONE) {
+    if (result == AUDIO_IO_ERROR_NONE)
         output->prepared = true;
-        output->fillTarget = 0; // a stream started afresh starts from the first target
-    }
     return result;
 }
 
@@ -215,14 +214,15 @@ NUV_AUDIO_API int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* 
         return AUDIO_IO_ERROR_INVALID_STATE;
     const unsigned long buffer = output->driver->bufferFrames(output->sink);
     const unsigned long period = output->driver->periodFrames(output->sink);
+    const unsigned long margin = output->format.rate * kWokenWithMs / 1000;
+    const unsigned long first = period * (1 + (margin + period - 1) / period);
     if (output->fillTarget == 0) {
-        output->fillTarget = period * kFirstFillTargetPeriods;
+        output->fillTarget = first;
         output->underrunsSeen = output->sink->underruns;
     }
     const long queued = output->driver->waitQueued(output->sink, output->fillTarget - period);
     if (queued < 0)
         return int(queued);
-    const unsigned long first = period * kFirstFillTargetPeriods;
     if (output->sink->underruns != output->underrunsSeen) {
         output->underrunsSeen = output->sink->underruns;
         output->calmFrames = 0;

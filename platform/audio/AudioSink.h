@@ -15,14 +15,15 @@ struct NuvAudioFormat {
     unsigned int FrameBytes() const { return channels * bytesPerSample; }
 };
 
-// The ALSA sink's 256-frame periods (5.3 ms at 48 000 Hz), eight of them buffered
-// (42.7 ms). A writer that blocks on a full buffer queues all of it; a low-latency writer
-// keeps only its fill target queued (nuv_audio_out_wait_for_room), two periods at first,
-// and the rest of the buffer is room to widen the target into when the output runs dry
-// anyway. The PCM starts playing once one period is queued. Shorter periods do not help in the test VM: its
-// loopback card moves on in steps of 8 ms (two ticks of the kernel's 250 Hz timer), so a
-// target below 8 ms runs dry at every step.
-constexpr unsigned long kNuvAudioPeriodFrames = 256;
+// The ALSA sink's 192-frame periods (4 ms at 48 000 Hz, one tick of a 250 Hz kernel timer),
+// eight of them buffered (32 ms). A writer that blocks on a full buffer queues all of it; a
+// low-latency writer keeps only its fill target queued (nuv_audio_out_wait_for_room) and the
+// rest of the buffer is room to widen the target into when the output runs dry anyway. The
+// PCM starts playing once one period is queued. A period of one timer tick lets an output
+// clocked by the kernel's timer (the test VM's loopback card) move on evenly, a period at
+// a time; with 256 frames it moved on two ticks at once and left the writer a third of a
+// period to refill in.
+constexpr unsigned long kNuvAudioPeriodFrames = 192;
 constexpr unsigned long kNuvAudioPeriods = 8;
 
 // Each driver keeps its state in a type of its own, derived from this one and named only in

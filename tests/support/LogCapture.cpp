@@ -21,15 +21,6 @@ std::vector<LogLine> LogCapture::Lines() const {
     return m_lines;
 }
 
-int LogCapture::Count(const std::string& text, int level) const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    int n = 0;
-    for (const auto& line : m_lines)
-        if (line.text == text && (level == 0 || line.level == level))
-            ++n;
-    return n;
-}
-
 int LogCapture::CountContaining(const std::string& part) const {
     std::lock_guard<std::mutex> lock(m_mutex);
     int n = 0;

@@ -1,5 +1,6 @@
-// Captures the lines that the library logs through print_dlog, for assertions on exact
-// texts. One capture at a time; it restores the previous sink and threshold when it ends.
+// Captures the lines that the library logs through print_dlog, for assertions on the texts
+// that are the library's contract. One capture at a time; it restores the previous sink and
+// threshold when it ends.
 #ifndef NUV_TEST_LOG_CAPTURE_H
 #define NUV_TEST_LOG_CAPTURE_H
 
@@ -23,11 +24,8 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LogLine> Lines() const;
-    // Number of lines whose text is exactly `text` (and, when given, of that level).
-    int Count(const std::string& text, int level = 0) const;
     // Number of lines whose text contains `part`.
     int CountContaining(const std::string& part) const;
-    bool Has(const std::string& text, int level = 0) const { return Count(text, level) > 0; }
     void Clear();
 
 private:

@@ -3,176 +3,114 @@
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
+
+#include <initializer_list>
+#include <utility>
 
 namespace {
 
-// Little-endian chunk writer for RIFF.
-class Bytes {
-public:
-    void U8(uint8_t v) { m_data.push_back(v); }
-    void U16(uint16_t v) {
-        U8(v & 0xff);
-        U8(v >> 8);
-    }
-    void U32(uint32_t v) {
-        U16(v & 0xffff);
-        U16(v >> 16);
-    }
-    void Id(const char* fourcc) { Text(fourcc, 4); }
-    // Exactly `width` bytes: the text, cut or padded with zeros.
-    void Text(const std::string& text, size_t width) {
-        for (size_t i = 0; i < width; ++i)
-            U8(i < text.size() ? static_cast<uint8_t>(text[i]) : 0);
-    }
-    void Append(const Bytes& other) {
-        m_data.insert(m_data.end(), other.m_data.begin(), other.m_data.end());
-    }
-    size_t Size() const { return m_data.size(); }
-    const std::vector<uint8_t>& Data() const { return m_data; }
+using Bytes = std::vector<uint8_t>;
 
-private:
-    std::vector<uint8_t> m_data;
-};
+// `size` bytes of `value`, little-endian as RIFF wants.
+void Put(Bytes& out, uint32_t value, int size) {
+    for (int i = 0; i < size; ++i)
+        out.push_back(uint8_t(value >> (8 * i)));
+}
+
+Bytes Words(std::initializer_list<uint16_t> words) {
+    Bytes out;
+    for (uint16_t word : words)
+        Put(out, word, 2);
+    return out;
+}
+
+// Exactly `width` bytes: the text, cut or padded with zeros.
+void Text(Bytes& out, const std::string& text, size_t width) {
+    for (size_t i = 0; i < width; ++i)
+        out.push_back(i < text.size() ? uint8_t(text[i]) : 0);
+}
 
 Bytes Chunk(const char* id, const Bytes& body) {
     Bytes chunk;
-    chunk.Id(id);
-    chunk.U32(static_cast<uint32_t>(body.Size()));
-    chunk.Append(body);
-    if (body.Size() % 2 != 0)
-        chunk.U8(0); // RIFF pads chunks to even sizes
+    Text(chunk, id, 4);
+    Put(chunk, uint32_t(body.size()), 4);
+    chunk.insert(chunk.end(), body.begin(), body.end());
+    if (body.size() % 2 != 0)
+        chunk.push_back(0); // RIFF pads chunks to even sizes
     return chunk;
 }
 
-Bytes List(const char* type, const Bytes& chunks) {
+// A LIST chunk of `type` holding these (id, body) chunks.
+Bytes List(const char* type, std::initializer_list<std::pair<const char*, Bytes>> chunks) {
     Bytes body;
-    body.Id(type);
-    body.Append(chunks);
-    return Chunk("LIST", body);
-}
-
-// One sample of 10 periods of 100 points (441 Hz at 44100 Hz), looped on its middle 8
-// periods, followed by the 46 zero points that every SoundFont sample must carry.
-const uint32_t kSamplePoints = 1000;
-const uint32_t kSampleRate = 44100;
-const uint32_t kLoopStart = 100;
-const uint32_t kLoopEnd = 900;
-const int kSamplePadding = 46;
-
-// Generator numbers of the SoundFont 2 format.
-const uint16_t kGenInstrument = 41;
-const uint16_t kGenSampleModes = 54;
-const uint16_t kGenSampleId = 53;
-
-Bytes Info() {
-    Bytes version;
-    version.U16(2);
-    version.U16(1);
-    Bytes engine;
-    engine.Text("EMU8000", 8);
-    Bytes name;
-    name.Text("Test Font", 10);
-    Bytes chunks;
-    chunks.Append(Chunk("ifil", version));
-    chunks.Append(Chunk("isng", engine));
-    chunks.Append(Chunk("INAM", name));
-    return List("INFO", chunks);
-}
-
-Bytes Samples() {
-    Bytes points;
-    for (uint32_t i = 0; i < kSamplePoints; ++i)
-        points.U16(static_cast<uint16_t>(static_cast<int16_t>(16000 * sin(2 * M_PI * i / 100.0))));
-    for (int i = 0; i < kSamplePadding; ++i)
-        points.U16(0);
-    return List("sdta", Chunk("smpl", points));
-}
-
-// A generator (operator, amount) or a bag (generator index, modulator index).
-Bytes Pair(uint16_t first, uint16_t second) {
-    Bytes pair;
-    pair.U16(first);
-    pair.U16(second);
-    return pair;
-}
-
-Bytes TerminalModulator() {
-    Bytes mod;
-    mod.Text("", 10);
-    return mod;
-}
-
-// Presets, each with one zone that selects the one instrument; the instrument has one
-// zone that loops the one sample.
-Bytes Hydra(const std::vector<SoundFontPreset>& presets) {
-    const uint16_t count = static_cast<uint16_t>(presets.size());
-    Bytes phdr, pbag, pgen;
-    auto header = [&](const std::string& name, int program, int bank, uint16_t bag) {
-        phdr.Text(name, 20);
-        phdr.U16(static_cast<uint16_t>(program));
-        phdr.U16(static_cast<uint16_t>(bank));
-        phdr.U16(bag);
-        phdr.Text("", 12); // library, genre, morphology
-    };
-    for (uint16_t i = 0; i < count; ++i) {
-        header(presets[i].name, presets[i].program, presets[i].bank, i);
-        pbag.Append(Pair(i, 0));
-        pgen.Append(Pair(kGenInstrument, 0));
+    Text(body, type, 4);
+    for (const auto& [id, data] : chunks) {
+        const Bytes chunk = Chunk(id, data);
+        body.insert(body.end(), chunk.begin(), chunk.end());
     }
-    header("EOP", 0, 0, count);
-    pbag.Append(Pair(count, 0));
-    pgen.Append(Pair(0, 0));
-
-    Bytes inst;
-    inst.Text("Sine", 20);
-    inst.U16(0);
-    inst.Text("EOI", 20);
-    inst.U16(1);
-    Bytes ibag;
-    ibag.Append(Pair(0, 0));
-    ibag.Append(Pair(2, 0));
-    Bytes igen;
-    igen.Append(Pair(kGenSampleModes, 1)); // loop continuously
-    igen.Append(Pair(kGenSampleId, 0));    // must close the zone
-    igen.Append(Pair(0, 0));
-
-    Bytes shdr;
-    shdr.Text("Sine", 20);
-    shdr.U32(0);
-    shdr.U32(kSamplePoints);
-    shdr.U32(kLoopStart);
-    shdr.U32(kLoopEnd);
-    shdr.U32(kSampleRate);
-    shdr.U8(69); // original pitch: A4
-    shdr.U8(0);  // pitch correction
-    shdr.U16(0); // link
-    shdr.U16(1); // mono
-    shdr.Text("EOS", 46);
-
-    Bytes chunks;
-    chunks.Append(Chunk("phdr", phdr));
-    chunks.Append(Chunk("pbag", pbag));
-    chunks.Append(Chunk("pmod", TerminalModulator()));
-    chunks.Append(Chunk("pgen", pgen));
-    chunks.Append(Chunk("inst", inst));
-    chunks.Append(Chunk("ibag", ibag));
-    chunks.Append(Chunk("imod", TerminalModulator()));
-    chunks.Append(Chunk("igen", igen));
-    chunks.Append(Chunk("shdr", shdr));
-    return List("pdta", chunks);
+    return Chunk("LIST", body);
 }
 
 } // namespace
 
+// Presets, each with one zone that selects the one instrument; the instrument has one zone
+// that loops the one sample: 10 periods of 100 points (441 Hz at 44100 Hz), looped on its
+// middle 8 periods, followed by the 46 zero points that every SoundFont sample must carry.
 std::vector<uint8_t> BuildSoundFont(const std::vector<SoundFontPreset>& presets) {
+    Bytes engine, name, points, phdr, pbag, pgen, inst, shdr;
+    Text(engine, "EMU8000", 8);
+    Text(name, "Test Font", 10);
+    for (int i = 0; i < 1000; ++i)
+        Put(points, uint16_t(int16_t(16000 * sin(2 * M_PI * i / 100.0))), 2);
+    points.resize(points.size() + 2 * 46, 0);
+
+    auto header = [&](const std::string& preset, int program, int bank, uint16_t bag) {
+        Text(phdr, preset, 20);
+        Put(phdr, uint16_t(program), 2);
+        Put(phdr, uint16_t(bank), 2);
+        Put(phdr, bag, 2);
+        Text(phdr, "", 12); // library, genre, morphology
+    };
+    const uint16_t count = uint16_t(presets.size());
+    for (uint16_t i = 0; i < count; ++i) {
+        header(presets[i].name, presets[i].program, presets[i].bank, i);
+        Put(pbag, i, 4);  // (first generator, first modulator)
+        Put(pgen, 41, 4); // instrument 0
+    }
+    header("EOP", 0, 0, count);
+    Put(pbag, count, 4);
+    Put(pgen, 0, 4);
+    Text(inst, "Sine", 20);
+    Put(inst, 0, 2);
+    Text(inst, "EOI", 20);
+    Put(inst, 1, 2);
+    Text(shdr, "Sine", 20);
+    for (uint32_t value : {0, 1000, 100, 900, 44100}) // start, end, loop start, loop end, rate
+        Put(shdr, value, 4);
+    Put(shdr, 69, 1); // original pitch: A4; no pitch correction, no link
+    Put(shdr, 0, 3);
+    Put(shdr, 1, 2); // mono
+    Text(shdr, "EOS", 46);
+    const Bytes noModulator(10, 0);
+
     Bytes body;
-    body.Id("sfbk");
-    body.Append(Info());
-    body.Append(Samples());
-    body.Append(Hydra(presets));
-    return Chunk("RIFF", body).Data();
+    Text(body, "sfbk", 4);
+    for (const Bytes& list :
+         {List("INFO", {{"ifil", Words({2, 1})}, {"isng", engine}, {"INAM", name}}),
+          List("sdta", {{"smpl", points}}),
+          // The instrument's generators: loop continuously (54), the sample (53) closes the zone.
+          List("pdta", {{"phdr", phdr},
+                        {"pbag", pbag},
+                        {"pmod", noModulator},
+                        {"pgen", pgen},
+                        {"inst", inst},
+                        {"ibag", Words({0, 0, 2, 0})},
+                        {"imod", noModulator},
+                        {"igen", Words({54, 1, 53, 0, 0, 0})},
+                        {"shdr", shdr}})})
+        body.insert(body.end(), list.begin(), list.end());
+    return Chunk("RIFF", body);
 }
 
 TempFile::TempFile(const std::string& suffix) {

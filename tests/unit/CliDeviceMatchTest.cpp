@@ -1,5 +1,5 @@
 // Naming devices as people see them: client numbers, whole names before prefixes, prefixes
-// in any case, and what is said when a name matches none or several.
+// in any case (what is said when a name matches none or several: CliVm.EachFailure...).
 #include <gtest/gtest.h>
 
 #include "DeviceMatch.h"
@@ -41,20 +41,6 @@ TEST(CliDeviceMatch, NumbersNamesAndPrefixesFindTheirDevice) {
         EXPECT_EQ(c.second, match.status == DeviceMatch::FOUND ? kDevices[match.index].client : -1)
             << c.first;
     }
-}
-
-TEST(CliDeviceMatch, AFailedMatchNamesTheCandidatesOrTheDevicesThereAre) {
-    const DeviceMatch ambiguous = MatchDevice(kDevices, "virtual");
-    ASSERT_EQ(DeviceMatch::AMBIGUOUS, ambiguous.status);
-    EXPECT_EQ("device 'virtual' is ambiguous: it may be 'Virtual Raw MIDI 1-0' (20) or "
-              "'Virtual Raw MIDI 1-1' (21)",
-              DescribeFailedMatch(kDevices, "virtual", ambiguous));
-    const DeviceMatch unknown = MatchDevice(kDevices, "Launchpad");
-    ASSERT_EQ(DeviceMatch::UNKNOWN, unknown.status);
-    EXPECT_EQ(0u, DescribeFailedMatch(kDevices, "Launchpad", unknown)
-                      .find("unknown device 'Launchpad'; connected: 'Midi Through' (14), "));
-    EXPECT_EQ("unknown device 'x'; no device is connected",
-              DescribeFailedMatch({}, "x", MatchDevice({}, "x")));
 }
 
 } // namespace

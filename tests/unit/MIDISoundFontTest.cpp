@@ -1,8 +1,10 @@
 // Listing sound fonts through a connector, on a synthesizer of the test's own: the entries'
-// format and order, paging, and listing while another thread unloads the font.
+// format and order, paging (huge starts and counts included), and listing while another
+// thread unloads the font.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <climits>
 #include <string>
 #include <thread>
 
@@ -61,6 +63,11 @@ TEST_F(MIDISoundFontTest, ListsEachPresetAsTwentyOneCharactersInBankAndProgramOr
     EXPECT_EQ("000:044 P44         ,", first.substr(44 * 21));
     EXPECT_EQ("000:120 P120        ,",
               m_connector.GetSoundFontIntruments(large, 120, 45).substr(0, 21));
+    // A start and a count that overflow their sum keep the listing in its buffer.
+    EXPECT_EQ(945u, m_connector.GetSoundFontIntruments(large, 0, UINT_MAX).size());
+    EXPECT_EQ(21u, m_connector.GetSoundFontIntruments(large, 127, UINT_MAX).size());
+    EXPECT_EQ("", m_connector.GetSoundFontIntruments(large, UINT_MAX, 1));
+    EXPECT_EQ("", m_connector.GetSoundFontIntruments(large, 128, UINT_MAX));
     EXPECT_EQ(1, m_connector.UnloadSoundFontFile(large));
     EXPECT_EQ(0, m_connector.UnloadSoundFontFile(large));
 }

@@ -1,5 +1,6 @@
-// The renderer: what reaches the output at rest and after MIDI, its start and stop, and an
-// output that cannot be opened. The synthesizer is a real FluidSynth one, the output the WAV sink.
+// The renderer: what reaches the output at rest and after MIDI, and an output that cannot be
+// opened (the manager makes a renderer for each first user: none starts twice). The
+// synthesizer is a real FluidSynth one, the output the WAV sink.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -114,23 +115,6 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
     for (size_t i = 0; i < idleFrames * 2; ++i)
         ASSERT_LE(std::abs(int(pcm.samples[i])), 1) << i;
     EXPECT_NEAR(440.0, Fundamental(pcm.Slice(pcm.Frames() - 48000 / 8, 48000 / 8)), 440.0 * 0.03);
-}
-
-TEST_F(Renderer, StartsAgainAfterAStopWithANewThreadAndOutput) {
-    if (!LoadFont())
-        GTEST_SKIP() << "no sound font at " << kFont;
-    CreateRenderer();
-    ASSERT_EQ(0, m_rig.renderer.StartRenderer());
-    EXPECT_EQ(0, m_rig.renderer.StartRenderer()); // already running: nothing changes
-    ASSERT_EQ(0, m_rig.renderer.StopRenderer());
-    EXPECT_EQ(0, m_rig.renderer.StopRenderer());
-    EXPECT_EQ(0, CountThreadsNamed("NuvMIDIRenderer"));
-    ASSERT_EQ(0, m_rig.renderer.StartRenderer());
-    EXPECT_TRUE(WaitFor([] { return CountThreadsNamed("NuvMIDIRenderer") == 1; }));
-    const uint64_t before = FramesWritten();
-    fluid_synth_noteon(m_rig.synth, 0, 60, 100);
-    EXPECT_TRUE(WaitFor([&] { return FramesWritten() > before + 4800; }));
-    fluid_synth_noteoff(m_rig.synth, 0, 60);
 }
 
 TEST_F(Renderer, AnOutputThatCannotBeOpenedLeavesTheThreadRunningWithoutWriting) {

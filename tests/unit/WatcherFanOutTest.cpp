@@ -1,5 +1,7 @@
-// The watcher's fan-out of incoming MIDI to registered callbacks: order, duplicates,
-// removal from inside a walk, and registration racing a stream of messages.
+// The watcher's fan-out of incoming MIDI to registered callbacks: removal from inside a
+// nested walk, a connector's own registration, and registration racing a stream of messages
+// (one delivery per callback and removal from inside a walk are checked from the host's side
+// in the VM: KeyboardCallbacks, FromInsideACallback).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -8,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include "LateCallRecorder.h"
 #include "LogCapture.h"
 #include "MIDITestDevices.h"
 #include "NuvMIDIConnector.h"
@@ -16,16 +17,11 @@
 
 namespace {
 
-const std::string kNoDevice = "[NuvMIDIWatcher::OnMIDIEvent] device doesn't exist\n\n";
-
 // Records every call into a log shared by all callbacks of a test, and may act during it.
 struct Recorder : NuvMIDICallback {
     Recorder(const char* name, std::vector<std::string>& calls) : name(name), calls(calls) {}
-    int OnMIDIEvent(int client, int code, _MIDIMessage& msg) override {
+    int OnMIDIEvent(int, int, _MIDIMessage&) override {
         calls.push_back(name);
-        lastClient = client;
-        lastCode = code;
-        lastMessage = &msg;
         if (action)
             action();
         return 0;
@@ -33,9 +29,16 @@ struct Recorder : NuvMIDICallback {
     std::string name;
     std::vector<std::string>& calls;
     std::function<void()> action;
-    int lastClient = -1;
-    int lastCode = -1;
-    _MIDIMessage* lastMessage = nullptr;
+};
+
+// Counts the calls it gets after the test marked it unregistered.
+struct Guarded : NuvMIDICallback {
+    int OnMIDIEvent(int, int, _MIDIMessage&) override {
+        lateCalls += unregistered.load();
+        return ++calls, 0;
+    }
+    std::atomic<bool> unregistered{true};
+    std::atomic<int> lateCalls{0}, calls{0};
 };
 
 class MIDIWatcherFanOut : public ::testing::Test {
@@ -48,53 +51,6 @@ protected:
     std::vector<std::string> calls;
     Recorder a{"A", calls}, b{"B", calls}, c{"C", calls};
 };
-
-TEST_F(MIDIWatcherFanOut, TheSendersCallbacksGetTheMessageOnceInRegistrationOrder) {
-    EXPECT_EQ(0, Send());
-    EXPECT_EQ(1, log.Count(kNoDevice, NUV_LOG_INFO));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, nullptr));
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, nullptr));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, &a));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, &b));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(20, &a));
-    EXPECT_EQ(1, watcher.RegisterMIDICallback(21, &c));
-
-    EXPECT_EQ(1, Send());
-    EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
-    for (Recorder* r : {&a, &b}) {
-        EXPECT_EQ(20, r->lastClient);
-        EXPECT_EQ(16, r->lastCode);
-        EXPECT_EQ(&message, r->lastMessage);
-    }
-
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(21, &a)); // registered for another client
-    EXPECT_EQ(1, watcher.UnregisterMIDICallback(20, &a));
-    EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, &a));
-    calls.clear();
-    Send();
-    EXPECT_EQ((std::vector<std::string>{"B"}), calls);
-}
-
-TEST_F(MIDIWatcherFanOut, CallbackMayChangeTheListDuringTheWalk) {
-    watcher.RegisterMIDICallback(20, &a);
-    watcher.RegisterMIDICallback(20, &b);
-    watcher.RegisterMIDICallback(20, &c);
-    // A removes C and itself, then registers itself again: C is not called in this walk,
-    // A's new entry waits for the next message.
-    a.action = [&] {
-        a.action = nullptr;
-        EXPECT_EQ(1, watcher.UnregisterMIDICallback(20, &c));
-        EXPECT_EQ(0, watcher.UnregisterMIDICallback(20, &c));
-        EXPECT_EQ(1, watcher.UnregisterMIDICallback(20, &a));
-        watcher.RegisterMIDICallback(20, &a);
-    };
-    EXPECT_EQ(1, Send());
-    EXPECT_EQ((std::vector<std::string>{"A", "B"}), calls);
-
-    calls.clear();
-    Send();
-    EXPECT_EQ((std::vector<std::string>{"B", "A"}), calls);
-}
 
 TEST_F(MIDIWatcherFanOut, NestedWalkDoesNotEraseUnderTheOuterWalk) {
     watcher.RegisterMIDICallback(20, &a);
@@ -136,7 +92,6 @@ TEST_F(MIDIWatcherFanOut, AConnectorLetsGoOnlyOfTheCallbackItRelaysTo) {
 // Host threads register and unregister while a stream of messages is handed out. Once
 // UnregisterMIDICallback has returned, that callback must not be called again.
 TEST(MIDIWatcherFanOutRace, UnregisteredCallbackIsNeverCalledAgain) {
-    using Guarded = LateCallRecorder;
     const int previousThreshold = NuvLog_SetThreshold(NUV_LOG_CRITICAL);
     NuvMIDIWatcher watcher;
     Guarded hosts[2];

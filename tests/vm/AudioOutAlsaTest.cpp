@@ -54,7 +54,7 @@ protected:
 TEST_F(AlsaSink, WhatIsWrittenIsPlayedAtItsPitchAndLevel) {
     int size = 0;
     ASSERT_EQ(AUDIO_IO_ERROR_NONE, audio_out_get_buffer_size(m_out, &size));
-    EXPECT_EQ(256 * 8 * 4, size) << "eight 256-frame periods";
+    EXPECT_EQ(192 * 8 * 4, size) << "eight 192-frame periods";
     const size_t from = m_capture.Frames();
     PlayTone(0.5);
     ASSERT_TRUE(WaitFor([&] { return m_capture.Frames() >= from + kRate / 2; }));

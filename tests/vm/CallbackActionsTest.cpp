@@ -195,31 +195,13 @@ TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
     EXPECT_EQ(1, m_device->UnregisterCallback(&gated));
 }
 
-// The notes a host callback receives, in order.
-class NoteRecorder : public NuvCallback {
-public:
-    int t_OnCallback(int, void*, void* msg, void*) override {
-        std::lock_guard<std::mutex> lock(m_lock);
-        m_notes.push_back(static_cast<const _MIDIMessage*>(msg)->param);
-        return 0;
-    }
-    std::vector<int> Notes() {
-        std::lock_guard<std::mutex> lock(m_lock);
-        return m_notes;
-    }
-
-private:
-    std::mutex m_lock;
-    std::vector<int> m_notes;
-};
-
 // Every host callback of a device receives every event once, however many there are; the
 // others keep receiving when one goes, and the device comes back once after the last went.
 TEST_F(KeyboardCallbacks, EachCallbackGetsEachEventOnceAndUnregisteringOneLeavesTheOthers) {
     const int kCallbacks = 16;
-    std::vector<std::unique_ptr<NoteRecorder>> hosts;
+    std::vector<std::unique_ptr<HostLog>> hosts;
     for (int i = 0; i < kCallbacks; ++i) {
-        hosts.emplace_back(new NoteRecorder);
+        hosts.emplace_back(new HostLog);
         ASSERT_EQ(1, m_device->RegisterCallback(hosts.back().get()));
     }
     ASSERT_EQ(1, m_device->RegisterCallback(hosts[0].get())); // again: still one delivery
@@ -237,9 +219,9 @@ TEST_F(KeyboardCallbacks, EachCallbackGetsEachEventOnceAndUnregisteringOneLeaves
     ASSERT_EQ(1, m_device->RegisterCallback(hosts[0].get()));
     play({64});
 
-    EXPECT_EQ((std::vector<int>{60, 61, 64}), hosts[0]->Notes());
+    EXPECT_EQ((std::vector<int>{60, 61, 64}), hosts[0]->Params());
     for (int i = 1; i < kCallbacks; ++i)
-        EXPECT_EQ((std::vector<int>{60, 61, 62}), hosts[i]->Notes()) << i;
+        EXPECT_EQ((std::vector<int>{60, 61, 62}), hosts[i]->Params()) << i;
     EXPECT_EQ(1, m_device->UnregisterCallback(hosts[0].get()));
 }
 

@@ -84,13 +84,10 @@ TEST(Discovery, TheLibrarysClientFindsTheDevicesThereAreAndLinksToTheSynthesizer
     // number, and reaches the synthesizer.
     INuvMIDIDevice* device = manager->CreateDevice("Early Keyboard");
     ASSERT_NE(nullptr, device);
-    _MIDIMessage volume{};
-    volume.param = 7;
-    volume.value = 33;
+    _MIDIMessage volume = Message(0, 7, 33);
     EXPECT_EQ(0, device->SendMessage(MIDI_EVENT_CONTROL_CHANGE, volume));
     EXPECT_TRUE(WaitFor([&] {
-        _MIDIMessage answer{};
-        answer.param = 7;
+        _MIDIMessage answer = Message(0, 7, 0);
         device->GetInformation(MIDI_EVENT_CONTROL_CHANGE, &answer);
         return answer.value == 33;
     }));

@@ -19,9 +19,9 @@ namespace {
 
 using std::chrono::seconds;
 
-_MIDIDeviceInfo End(int id, int type, const std::string& name = "") {
+// A stream end that names a device by its id, whatever its state.
+_MIDIDeviceInfo End(int id, int type) {
     _MIDIDeviceInfo info{};
-    std::snprintf(info.name, sizeof info.name, "%s", name.c_str());
     info.id = id;
     info.type = type;
     return info;
@@ -147,7 +147,7 @@ TEST(Load, TheLibraryIsMadeAndDestroyedAHundredTimesWhileItsDevicesAreBusy) {
         listeners.emplace_back(new CountingHostCallback);
         ASSERT_EQ(1, devices[0]->RegisterCallback(listeners.back().get()));
         _MIDIDeviceInfo src = cycle % 2 == 0 ? End(devices[0]->GetID(), MIDI_DEVICE_TYPE_SOURCE)
-                                             : End(-1, MIDI_DEVICE_TYPE_FILE, song);
+                                             : ManagerVmTest::FileEnd(song);
         _MIDIDeviceInfo dst = End(devices[1]->GetID(), MIDI_DEVICE_TYPE_DESTINATION);
         ASSERT_EQ(1, manager->StartStream(&src, &dst));
         ASSERT_TRUE(WaitFor([&] { return listeners.back()->calls > 0; }))
@@ -226,7 +226,7 @@ TEST(Load, FourHostThreadsCallEverythingAtRandom) {
                 // Streams and files name devices by id, whatever their state.
                 _MIDIDeviceInfo src = End(slots[0].id, MIDI_DEVICE_TYPE_SOURCE);
                 _MIDIDeviceInfo dst = End(slots[1].id, MIDI_DEVICE_TYPE_DESTINATION);
-                _MIDIDeviceInfo file = End(-1, MIDI_DEVICE_TYPE_FILE, song);
+                _MIDIDeviceInfo file = ManagerVmTest::FileEnd(song);
                 _MIDIDeviceInfo to = End(slot.id, MIDI_DEVICE_TYPE_DESTINATION);
                 _NuvDevInfo devInfo{};
                 bool taken = false;

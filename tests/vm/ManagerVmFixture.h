@@ -78,6 +78,64 @@ private:
     std::thread m_thread;
 };
 
+// Everything the host is told, in order: arrivals and departures, and incoming MIDI.
+class HostLog : public NuvCallback {
+public:
+    struct Entry {
+        int event;
+        std::string uid; // arrivals and departures
+        int id;          // the device: departures of a created device, and MIDI
+        _MIDIMessage message;
+        bool IsMidi() const {
+            return event != NUV_EVENT_DEVICE_ATTACHED && event != NUV_EVENT_DEVICE_DETACHED;
+        }
+    };
+    int t_OnCallback(int event, void* arg1, void* arg2, void*) override {
+        Entry entry{event, "", -1, {}};
+        if (!entry.IsMidi()) {
+            entry.uid = static_cast<const _NuvDevInfo*>(arg1)->UID;
+            entry.id = arg2 != nullptr ? *static_cast<const int*>(arg2) : -1;
+        } else {
+            entry.id = *static_cast<const int*>(arg1);
+            entry.message = *static_cast<const _MIDIMessage*>(arg2);
+        }
+        std::lock_guard<std::mutex> lock(m_lock);
+        m_entries.push_back(entry);
+        return 0;
+    }
+    std::vector<Entry> Entries() const {
+        std::lock_guard<std::mutex> lock(m_lock);
+        return m_entries;
+    }
+    // The MIDI entries of device `id`.
+    std::vector<Entry> Of(int id) const {
+        std::vector<Entry> found;
+        for (const Entry& e : Entries())
+            if (e.IsMidi() && e.id == id)
+                found.push_back(e);
+        return found;
+    }
+    // The note (or controller) of every MIDI message it was given, whichever the device.
+    std::vector<int> Params() const {
+        std::vector<int> params;
+        for (const Entry& e : Entries())
+            if (e.IsMidi())
+                params.push_back(e.message.param);
+        return params;
+    }
+    // How often the host was told of `event` for `uid`.
+    size_t Told(int event, const std::string& uid) const {
+        size_t count = 0;
+        for (const Entry& e : Entries())
+            count += e.event == event && e.uid == uid;
+        return count;
+    }
+
+private:
+    mutable std::mutex m_lock;
+    std::vector<Entry> m_entries;
+};
+
 // The devices the manager lists, in its order.
 inline std::vector<_NuvDevInfo> ConnectedDevices(INuvMIDIDeviceManager* manager) {
     std::vector<_NuvDevInfo> devices(1);

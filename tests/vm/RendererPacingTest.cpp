@@ -1,15 +1,16 @@
 // The renderer on a real ALSA output: it keeps only its fill target queued, without running
 // the output dry. Recorded from the loopback card's capture side.
 //
-// Where the machine itself stalls for longer than a period (an emulated machine on a busy
-// host: StallWatch), running dry is no fault of the renderer, and a figure that missed is
-// not judged.
+// The renderer is woken with two periods still queued and renders one. Where the machine
+// itself stalls for longer than a period (an emulated machine on a busy host: StallWatch),
+// running dry is no fault of the renderer, and a figure that missed is not judged.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <iostream>
 
 #include "LoopbackCapture.h"
 #include "RendererRig.h"
@@ -24,7 +25,7 @@ using Clock = std::chrono::steady_clock;
 const char* const kFont = "/usr/share/tallowin/DefaultSF.sf2";
 constexpr int kRate = 48000;
 constexpr int kOnsetLevel = 655;                   // 2% of full scale
-constexpr double kPeriodMs = 256 * 1000.0 / kRate; // the output's period
+constexpr double kPeriodMs = 192 * 1000.0 / kRate; // the output's period
 
 class RendererPacing : public ::testing::Test {
 protected:
@@ -65,12 +66,19 @@ TEST_F(RendererPacing, ATenSecondToneNeverRunsTheOutputDry) {
     fluid_synth_program_change(m_rig.synth, 0, 19); // a church organ sounds while held
     Note(0, 60, 100);
     ASSERT_TRUE(WaitFor([&] { return m_capture.RecentRms(20) > 0.003; }));
-    const uint64_t underruns = Stats().underruns; // the process's first sound may stall
+    // The first second of sound is not judged: an emulated machine stops while it translates
+    // the code that a first sound runs through.
+    const size_t start = m_capture.Frames();
+    ASSERT_TRUE(WaitFor([&] { return m_capture.Frames() >= start + kRate; }));
+    const uint64_t underruns = Stats().underruns;
     const size_t from = m_capture.Frames();
     StallWatch stalls;
     ASSERT_TRUE(
         WaitFor([&] { return m_capture.Frames() >= from + 10 * kRate; }, std::chrono::seconds(30)));
     Note(0, 60, 0);
+    std::cout << Stats().underruns - underruns << " underruns, fill target "
+              << Stats().fill_target_frames << " frames, longest stall " << stalls.LongestMs()
+              << " ms\n";
     if (Stats().underruns != underruns && stalls.LongestMs() > kPeriodMs)
         GTEST_SKIP() << "the machine stalled for " << stalls.LongestMs() << " ms";
     EXPECT_EQ(underruns, Stats().underruns);

@@ -295,7 +295,7 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
         // watch runs as it did beside the library.
         ChildProcess fluidsynth;
         StallWatch stalls;
-        if (StartFluidsynth(fluidsynth, {"-o", "audio.period-size=256", "-o", "audio.periods=8"},
+        if (StartFluidsynth(fluidsynth, {"-o", "audio.period-size=192", "-o", "audio.periods=8"},
                             song)) {
             const CpuReading playing = MeasureCpu(fluidsynth.Pid(), o.songSeconds);
             runs.Add("file fluidsynth cpu", playing.percent);
@@ -462,7 +462,7 @@ int main(int argc, char** argv) {
         "underruns are not counted.\n"
         "- CPU playing a file: the library playing a %.0f s two-voice file through its file "
         "player, the whole process; anchor: the fluidsynth program playing the same file to "
-        "the same ALSA output with the library's output buffer (8 x 256 frames).\n"
+        "the same ALSA output with the library's output buffer (8 x 192 frames).\n"
         "- Idle: the library with its renderer resting (nothing sounding, output stopped), "
         "its threads over %.0f s; anchor: the poll() client waiting for input meanwhile. A "
         "wake-up is the scheduler putting a thread on a processor.\n"

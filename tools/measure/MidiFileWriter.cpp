@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <iterator>
 
 MidiFileWriter::MidiFileWriter(int format, int ticksPerQuarter)
     : m_format(format), m_ticksPerQuarter(ticksPerQuarter), m_tempo(500000), m_length(0) {}
@@ -72,21 +73,10 @@ std::vector<uint8_t> MidiFileWriter::m_Track(const std::vector<Event>& events,
 }
 
 std::vector<uint8_t> MidiFileWriter::Bytes() const {
-    const int tracks = m_format == 0 ? 1 : 2;
-    std::vector<uint8_t> out = {'M',
-                                'T',
-                                'h',
-                                'd',
-                                0,
-                                0,
-                                0,
-                                6,
-                                0,
-                                uint8_t(m_format),
-                                0,
-                                uint8_t(tracks),
-                                uint8_t(m_ticksPerQuarter >> 8),
-                                uint8_t(m_ticksPerQuarter)};
+    const uint8_t tracks = m_format == 0 ? 1 : 2;
+    const uint8_t ticks[] = {uint8_t(m_ticksPerQuarter >> 8), uint8_t(m_ticksPerQuarter)};
+    std::vector<uint8_t> out = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, uint8_t(m_format), 0, tracks};
+    out.insert(out.end(), std::begin(ticks), std::end(ticks));
     std::vector<uint8_t> first = m_Track(m_format == 0 ? m_events : std::vector<Event>{}, true);
     out.insert(out.end(), first.begin(), first.end());
     if (m_format != 0) {

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -55,23 +54,16 @@ bool SeqPortView::HearsFrom(SeqAddress source) const {
     return std::find(connectedFrom.begin(), connectedFrom.end(), source) != connectedFrom.end();
 }
 
-SequencerView SequencerView::Read() {
-    std::ifstream file("/proc/asound/seq/clients");
-    std::stringstream text;
-    text << file.rdbuf();
-    return Parse(text.str());
-}
-
 // Lines of interest:
 //   Client 128 : "MIDI Watcher" [User Legacy]
 //     Port   0 : "listen:1" (-We-)
 //       Connecting To: 129:0
 //       Connected From: 0:1
-SequencerView SequencerView::Parse(const std::string& text) {
+SequencerView SequencerView::Read() {
     SequencerView view;
     SeqClientView* client = nullptr;
     SeqPortView* port = nullptr;
-    std::istringstream lines(text);
+    std::ifstream lines("/proc/asound/seq/clients");
     std::string line;
     size_t at;
     while (std::getline(lines, line)) {
@@ -80,7 +72,6 @@ SequencerView SequencerView::Parse(const std::string& text) {
             client = &view.m_clients[number];
             client->number = number;
             client->name = QuotedName(line);
-            client->kernel = line.find("[Kernel", line.rfind('"')) != std::string::npos;
             port = nullptr;
         } else if (client != nullptr && (at = After(line, "Port ")) != std::string::npos) {
             const int number = atoi(line.c_str() + at);

@@ -32,7 +32,6 @@ struct SeqPortView {
 struct SeqClientView {
     int number = -1;
     std::string name;
-    bool kernel = false;
     std::map<int, SeqPortView> ports;
 };
 
@@ -40,8 +39,6 @@ class SequencerView {
 public:
     // Reads the current state; empty when the kernel has no sequencer.
     static SequencerView Read();
-    // Parses the text of /proc/asound/seq/clients.
-    static SequencerView Parse(const std::string& text);
 
     const std::map<int, SeqClientView>& Clients() const { return m_clients; }
     // The first client whose name is exactly `name` / contains `part`, or null.

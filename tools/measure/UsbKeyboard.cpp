@@ -99,7 +99,7 @@ bool UsbKeyboard::IsPlugged() const {
     return !ReadLine(m_Gadget() + "/UDC").empty();
 }
 
-int UsbKeyboard::HostCard() const {
+int UsbKeyboard::m_HostCard() const {
     const std::string port = "at usb-dummy_hcd." + std::to_string(m_index) + "-";
     return FindCard([&](const std::string& first, const std::string& second) {
         return first.find("]: USB-Audio - ") != std::string::npos &&
@@ -108,7 +108,7 @@ int UsbKeyboard::HostCard() const {
 }
 
 int UsbKeyboard::Client() const {
-    const int card = HostCard();
+    const int card = m_HostCard();
     if (card < 0)
         return -1;
     // The kernel numbers a card's sequencer clients 16 + 4 * card (+ its index, here 0).
@@ -145,7 +145,7 @@ bool UsbKeyboard::Unplug(std::chrono::milliseconds timeout) {
     // that a thread still playing never meets a closed or reused descriptor.
     return WaitFor(
         [&] {
-            return HostCard() < 0 &&
+            return m_HostCard() < 0 &&
                    (client < 0 || SequencerView::Read().Clients().count(client) == 0);
         },
         timeout);

@@ -49,9 +49,8 @@ public:
     bool Unplug(std::chrono::milliseconds timeout = std::chrono::seconds(10));
     bool IsPlugged() const;
 
-    // The host side's sequencer client and sound card while plugged, else -1.
+    // The host side's sequencer client while plugged, else -1.
     int Client() const;
-    int HostCard() const;
 
     // The keyboard sends these bytes to the host (written to the gadget's raw MIDI node,
     // waiting for room up to `timeout`). False when unplugged or the time ran out.
@@ -63,6 +62,7 @@ public:
 
 private:
     std::string m_Gadget() const; // its configfs directory
+    int m_HostCard() const;       // the host side's sound card while plugged, else -1
     void m_CloseGadgetSide();
 
     int m_index;

@@ -53,18 +53,6 @@ VirtualKeyboard::VirtualKeyboard(VirtualKeyboard&& other) noexcept
     : m_card(other.m_card), m_device(other.m_device), m_client(other.m_client),
       m_fd(std::exchange(other.m_fd, -1)) {}
 
-VirtualKeyboard& VirtualKeyboard::operator=(VirtualKeyboard&& other) noexcept {
-    if (this != &other) {
-        if (m_fd >= 0)
-            close(m_fd);
-        m_card = other.m_card;
-        m_device = other.m_device;
-        m_client = other.m_client;
-        m_fd = std::exchange(other.m_fd, -1);
-    }
-    return *this;
-}
-
 VirtualKeyboard::~VirtualKeyboard() {
     if (m_fd >= 0)
         close(m_fd);
@@ -76,10 +64,6 @@ std::string VirtualKeyboard::Node() const {
 
 std::string VirtualKeyboard::ClientName() const {
     return "Virtual Raw MIDI " + std::to_string(m_card) + "-" + std::to_string(m_device);
-}
-
-bool VirtualKeyboard::Write(std::initializer_list<uint8_t> bytes) {
-    return Write(std::vector<uint8_t>(bytes));
 }
 
 bool VirtualKeyboard::Write(const std::vector<uint8_t>& bytes) {

@@ -22,7 +22,6 @@
 #include <alsa/asoundlib.h>
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -34,14 +33,13 @@ public:
 
     VirtualKeyboard(int card, int device, int client);
     VirtualKeyboard(VirtualKeyboard&& other) noexcept;
-    VirtualKeyboard& operator=(VirtualKeyboard&& other) noexcept;
+    VirtualKeyboard& operator=(VirtualKeyboard&&) = delete;
     VirtualKeyboard(const VirtualKeyboard&) = delete;
     VirtualKeyboard& operator=(const VirtualKeyboard&) = delete;
     ~VirtualKeyboard();
 
     // Writes the bytes to the raw node in one write (the node is opened on first use and
     // kept open). False when the node cannot be opened or written.
-    bool Write(std::initializer_list<uint8_t> bytes);
     bool Write(const std::vector<uint8_t>& bytes);
 
     int Client() const { return m_client; } // its sequencer client

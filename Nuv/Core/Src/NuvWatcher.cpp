@@ -5,8 +5,9 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/eventfd.h>
-#include <time.h>
 #include <unistd.h>
+
+#include <chrono>
 
 #include "NuvLog"
 #include "NuvResult"
@@ -19,12 +20,6 @@ const unsigned long kWatcherStackSize = 0x100000; // host callbacks run on this 
 // The watcher whose passes run on this thread: Stop called from a pass must not join.
 thread_local const NuvWatcher* t_passOwner = nullptr;
 
-int64_t MonotonicNs() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
 void DropWakeDescriptor(NuvWatcherLoop& loop, int index) {
     print_dlog(NUV_LOG_INFO, "\n[NuvWatcher::t_Main] wake descriptor %d dropped (revents 0x%x)\n",
                loop.wake[index].fd, static_cast<unsigned>(loop.wake[index].revents));
@@ -33,9 +28,10 @@ void DropWakeDescriptor(NuvWatcherLoop& loop, int index) {
     --loop.wakeCount;
 }
 
-// Waits until the period that began at passStartNs (-1: now) has run out (if there is one) or a
-// wake descriptor has input (true: run the next pass), or Stop was called (false).
-bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStartNs) {
+// Waits until the period that began at passStart (min(): now) has run out (if there is
+// one) or a wake descriptor has input (true: run the next pass), or Stop was called (false).
+bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation,
+                     std::chrono::steady_clock::time_point passStart) {
     for (;;) {
         if (loop.stopping.load() || loop.generation.load() != generation)
             return false;
@@ -43,14 +39,15 @@ bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation, int64_t passStar
         const unsigned long periodMs = loop.periodMs.load();
         int timeout = -1;
         if (periodMs > 0) {
-            if (passStartNs < 0)
-                passStartNs = MonotonicNs();
-            const int64_t remainingNs =
-                passStartNs + static_cast<int64_t>(periodMs) * 1000000 - MonotonicNs();
-            if (remainingNs <= 0)
+            if (passStart == std::chrono::steady_clock::time_point::min())
+                passStart = std::chrono::steady_clock::now();
+            const auto remaining =
+                passStart + std::chrono::milliseconds(periodMs) - std::chrono::steady_clock::now();
+            if (remaining.count() <= 0)
                 return true;
             // Rounded up, so the thread never wakes a little early and spins on a zero timeout.
-            const int64_t remainingMs = (remainingNs + 999999) / 1000000;
+            const int64_t remainingMs =
+                std::chrono::ceil<std::chrono::milliseconds>(remaining).count();
             timeout = remainingMs > INT32_MAX ? INT32_MAX : static_cast<int>(remainingMs);
         }
 
@@ -223,10 +220,12 @@ void NuvWatcher::t_Main() {
         // Without a period the clock is not read: passes then come with input, and in an
         // emulated machine a clock read is a system call. A period set during such a pass
         // counts from its end.
-        const int64_t passStartNs = loop.periodMs.load() > 0 ? MonotonicNs() : -1;
+        const auto passStart = loop.periodMs.load() > 0
+                                   ? std::chrono::steady_clock::now()
+                                   : std::chrono::steady_clock::time_point::min();
         t_SpecialEnumerate();
         t_ExtraEnumerate();
-        if (!WaitForNextPass(loop, generation, passStartNs))
+        if (!WaitForNextPass(loop, generation, passStart))
             break;
     }
     t_passOwner = nullptr;

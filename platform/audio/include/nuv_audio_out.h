@@ -20,10 +20,11 @@ int nuv_audio_out_set_wav_file(const char* path);
 /* Low-latency writing, instead of keeping the whole buffer full: blocks until the queue of
  * a prepared stream has fallen a period below the stream's fill target, then sets *frames
  * to how many frames bring it back up to the target (the whole target when the stream is
- * not playing yet). The target starts at two periods (10.7 ms on ALSA, 21.3 ms into a WAV
- * file, at 48 000 Hz), widens by a period each time the stream runs dry anyway (logged and
- * counted), narrows again by a period after ten seconds of sound without running dry, and
- * starts afresh when the stream is prepared again. AUDIO_IO_ERROR_NONE, or an error. */
+ * not playing yet). The target starts at the fewest periods that leave 8 ms queued when the
+ * writer wakes (12 ms on ALSA, 21.3 ms into a WAV file, at 48 000 Hz), widens by a period
+ * each time the stream runs dry anyway (logged and counted), narrows again by a period
+ * after ten seconds of sound without running dry, and is kept across unprepare and prepare.
+ * AUDIO_IO_ERROR_NONE, or an error. */
 int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* frames);
 
 /* 64-bit on every target: a 32-bit frame count runs over after 25 days at 48 kHz. */
