@@ -23,17 +23,20 @@ public:
     Calls(size_t events, size_t perEvent) : m_perEvent(perEvent), m_at(events) {}
     void Called() {
         const size_t n = m_count.fetch_add(1) + 1;
-        if (n % m_perEvent == 0 && n / m_perEvent <= m_at.size())
+        if (n % m_perEvent == 0 && n / m_perEvent <= m_at.size()) {
             m_at[n / m_perEvent - 1] = BenchClock::now();
+            m_events.store(n / m_perEvent);
+        }
     }
     size_t Count() const { return m_count.load(); }
-    // Events whose every call has come.
-    size_t Events() const { return std::min(Count() / m_perEvent, m_at.size()); }
+    // Events whose every call has come and whose time is kept.
+    size_t Events() const { return m_events.load(); }
     BenchClock::time_point At(size_t event) const { return m_at[event]; }
 
 private:
     const size_t m_perEvent;
     std::atomic<size_t> m_count{0};
+    std::atomic<size_t> m_events{0};
     std::vector<BenchClock::time_point> m_at;
 };
 
@@ -127,8 +130,7 @@ FanOutResult RunSenders(Host& host, int senders, int events) {
                       [&] { return calls.Count(); });
         result.deliveries = long(calls.Count());
         result.expected = result.sent;
-        Finish(result, start,
-               result.deliveries > 0 ? calls.At(size_t(result.deliveries) - 1) : start, cpuBefore);
+        Finish(result, start, calls.Events() > 0 ? calls.At(calls.Events() - 1) : start, cpuBefore);
     }
     for (INuvMIDIDevice* device : devices) {
         device->UnregisterCallback(&counter);
