@@ -50,13 +50,16 @@ private:
     enum class State { kIdle, kStarting, kPlaying, kStopping };
 
     void m_Play();
+    // Returns once the player has played every event, was stopped, or has ended.
+    void m_AwaitEnd(fluid_player_t* player);
     static int m_OnTick(void* playback, int tick);
     // Stops the player of a thread that is still running and waits until it is idle.
     void m_EndThread(std::unique_lock<std::mutex>& lock);
 
     std::mutex m_mutex;
-    std::condition_variable m_idle;
+    std::condition_variable m_changed; // the state changed, or the player ticked first
     State m_state;
+    bool m_bTicked;            // the player has called m_OnTick at least once
     fluid_player_t* m_pPlayer; // the play thread deletes it when it goes idle
     NuvMIDISeqSynth* m_pSynth;
     char m_fileName[256];

@@ -23,7 +23,12 @@ void NuvMIDIWatcher::m_MIDIProcess() {
     _MIDIMessage message;
     memset(&message, 0, sizeof(message));
 
-    for (;;) {
+    for (bool first = true;; first = false) {
+        // Once the events that the last read brought in are handled the pass ends: poll()
+        // tells of more in the kernel, and a read that finds nothing is a system call per
+        // event when they come one at a time.
+        if (!first && snd_seq_event_input_pending(seq, 0) == 0)
+            return;
         snd_seq_event_t* ev = nullptr;
         // Non-blocking: a negative result means that nothing is waiting.
         if (snd_seq_event_input(seq, &ev) <= 0 || ev == nullptr)
@@ -83,6 +88,8 @@ void NuvMIDIWatcher::m_MIDIProcess() {
 // kNamingLimit.
 // False when one of them ends the reading of this pass.
 bool NuvMIDIWatcher::m_DecidePendingStarts() {
+    if (m_pendingStarts.empty())
+        return true; // without a clock read: in an emulated machine that is a system call
     const auto now = std::chrono::steady_clock::now();
     for (size_t i = 0; i < m_pendingStarts.size();) {
         const PendingStart start = m_pendingStarts[i];

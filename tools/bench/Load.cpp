@@ -90,11 +90,10 @@ CpuReading CpuBetween(const std::map<std::string, ThreadUse>& before,
     return reading;
 }
 
-CpuReading MeasureCpu(pid_t pid, double seconds) {
+CpuReading MeasureCpu(pid_t pid, double seconds, const ThreadFilter& counted) {
     const std::map<std::string, ThreadUse> before = ThreadCpuSeconds(pid);
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    return CpuBetween(before, ThreadCpuSeconds(pid), seconds,
-                      [](const std::string&) { return true; });
+    return CpuBetween(before, ThreadCpuSeconds(pid), seconds, counted);
 }
 
 std::string WriteSong(double seconds) {
@@ -114,7 +113,7 @@ std::string WriteSong(double seconds) {
 }
 
 CpuReading CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, const std::string& path,
-                           double seconds) {
+                           double seconds, const ThreadFilter& counted) {
     _MIDIDeviceInfo src{}, dst{};
     snprintf(src.name, sizeof src.name, "%s", path.c_str());
     src.type = MIDI_DEVICE_TYPE_FILE;
@@ -122,7 +121,7 @@ CpuReading CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, const std::s
     dst.type = MIDI_DEVICE_TYPE_DESTINATION;
     if (host.Manager()->StartStream(&src, &dst) != 1)
         return {std::nan(""), std::nan(""), ""};
-    const CpuReading reading = MeasureCpu(getpid(), seconds);
+    const CpuReading reading = MeasureCpu(getpid(), seconds, counted);
     WaitFor([&] { return host.Manager()->GetFilePlayStatus() == 1; }, std::chrono::seconds(20));
     return reading;
 }

@@ -28,15 +28,19 @@ using ThreadFilter = std::function<bool(const std::string& nameAndTid)>;
 CpuReading CpuBetween(const std::map<std::string, ThreadUse>& before,
                       const std::map<std::string, ThreadUse>& after, double seconds,
                       const ThreadFilter& counted);
-// Every thread of process `pid` over the next `seconds`.
-CpuReading MeasureCpu(pid_t pid, double seconds);
+// The threads of process `pid` that `counted` accepts (all by default) over the next
+// `seconds`.
+CpuReading MeasureCpu(
+    pid_t pid, double seconds,
+    const ThreadFilter& counted = [](const std::string&) { return true; });
 
 // Writes a two-voice piece of `seconds` (an organ melody in eighth notes over a held bass).
 std::string WriteSong(double seconds);
 
-// Plays the file on the synthesizer; the CPU of this process over `seconds` meanwhile.
+// Plays the file on the synthesizer; the CPU of this process's `counted` threads over
+// `seconds` meanwhile.
 CpuReading CpuWhilePlaying(Host& host, INuvMIDIDevice* synthesizer, const std::string& path,
-                           double seconds);
+                           double seconds, const ThreadFilter& counted);
 
 // `count` user-space clients arriving and leaving, in rounds; false if the host was not told
 // of every one.

@@ -22,6 +22,8 @@ StallWatch::~StallWatch() {
 }
 
 void StallWatch::m_Run() {
+    // Named, so that a measurement of a process's threads can leave this one out.
+    pthread_setname_np(pthread_self(), "stall watch");
     sched_param param{};
     param.sched_priority = sched_get_priority_max(SCHED_FIFO);
     pthread_setschedparam(pthread_self(), SCHED_FIFO, &param); // where allowed

@@ -28,8 +28,8 @@ void DropWakeDescriptor(NuvWatcherLoop& loop, int index) {
     --loop.wakeCount;
 }
 
-// Waits until the period that began at passStart has run out (if there is one) or a wake
-// descriptor has input (true: run the next pass), or Stop was called (false).
+// Waits until the period that began at passStart (min(): now) has run out (if there is
+// one) or a wake descriptor has input (true: run the next pass), or Stop was called (false).
 bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation,
                      std::chrono::steady_clock::time_point passStart) {
     for (;;) {
@@ -39,6 +39,8 @@ bool WaitForNextPass(NuvWatcherLoop& loop, unsigned generation,
         const unsigned long periodMs = loop.periodMs.load();
         int timeout = -1;
         if (periodMs > 0) {
+            if (passStart == std::chrono::steady_clock::time_point::min())
+                passStart = std::chrono::steady_clock::now();
             const auto remaining =
                 passStart + std::chrono::milliseconds(periodMs) - std::chrono::steady_clock::now();
             if (remaining.count() <= 0)
@@ -215,7 +217,12 @@ void NuvWatcher::t_Main() {
     NuvWatcherLoop& loop = *m_pLoop;
     const unsigned generation = loop.generation.load();
     while (!loop.stopping.load() && loop.generation.load() == generation) {
-        const auto passStart = std::chrono::steady_clock::now();
+        // Without a period the clock is not read: passes then come with input, and in an
+        // emulated machine a clock read is a system call. A period set during such a pass
+        // counts from its end.
+        const auto passStart = loop.periodMs.load() > 0
+                                   ? std::chrono::steady_clock::now()
+                                   : std::chrono::steady_clock::time_point::min();
         t_SpecialEnumerate();
         t_ExtraEnumerate();
         if (!WaitForNextPass(loop, generation, passStart))
