@@ -1,6 +1,7 @@
 // Reading the watcher's sequencer client: incoming MIDI becomes _MIDIMessage records for
 // the fan-out, client starts and exits add and remove candidates, and the synthesizer's
 // own client start links the watcher's sending port to it.
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -30,8 +31,13 @@ void NuvMIDIWatcher::m_MIDIProcess() {
         if (!first && snd_seq_event_input_pending(seq, 0) == 0)
             return;
         snd_seq_event_t* ev = nullptr;
-        // Non-blocking: a negative result means that nothing is waiting.
-        if (snd_seq_event_input(seq, &ev) <= 0 || ev == nullptr)
+        // Non-blocking: a negative result means that nothing is waiting, or that the input
+        // pool overflowed and the kernel dropped what was waiting, which the host is told.
+        const int got = snd_seq_event_input(seq, &ev);
+        if (got == -ENOSPC)
+            print_dlog(NUV_LOG_INFO, "\n[NuvMIDIWatcher::m_MIDIProcess] input overflowed: the "
+                                     "sequencer dropped the events waiting to be read\n");
+        if (got <= 0 || ev == nullptr)
             return;
 
         // Any client may write to the watcher's ports, but only the kernel's system client
