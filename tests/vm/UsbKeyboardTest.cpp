@@ -15,6 +15,7 @@
 
 #include "ManagerVmFixture.h"
 #include "NuvMIDI.h"
+#include "SequencerView.h"
 #include "UsbKeyboard.h"
 
 namespace {
@@ -142,6 +143,25 @@ TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder
         ASSERT_EQ(i % 128, notes[first + size_t(i)].message.param) << "note " << i;
         ASSERT_EQ(1 + i / 128, notes[first + size_t(i)].message.value) << "note " << i;
     }
+}
+
+TEST_F(UsbKeyboards, AStreamToTheKeyboardReachesItsGadgetSideUntilStopped) {
+    UsbKeyboard& keyboard = m_keyboards[0];
+    INuvMIDIDevice* usb = PlugAndCreate(keyboard);
+    INuvMIDIDevice* source = VirtualDevice();
+    ASSERT_TRUE(usb != nullptr && source != nullptr);
+    _MIDIDeviceInfo src = ManagerVmTest::End(source, MIDI_DEVICE_TYPE_SOURCE);
+    _MIDIDeviceInfo dst = ManagerVmTest::End(usb, MIDI_DEVICE_TYPE_DESTINATION);
+
+    ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
+    ASSERT_TRUE(m_virtuals[0].Write({0x90, 60, 100, 0xB0, 64, 127}));
+    EXPECT_EQ((std::vector<uint8_t>{0x90, 60, 100, 0xB0, 64, 127}), keyboard.Listen(6, seconds(5)));
+    ASSERT_EQ(0, m_manager->StopStream(&src, &dst));
+    const SequencerView view = SequencerView::Read();
+    EXPECT_FALSE(
+        view.Clients().at(m_virtuals[0].Client()).ports.at(0).SendsTo({keyboard.Client(), 0}));
+    ASSERT_TRUE(m_virtuals[0].Write({0x80, 60, 0}));
+    EXPECT_TRUE(keyboard.Listen(1, std::chrono::milliseconds(300)).empty());
 }
 
 TEST_F(UsbKeyboards, PulledOutWhileKeysFlowAndStreamsRunThenPluggedInAsANewDevice) {
