@@ -105,11 +105,13 @@ TEST_F(RendererPacing, ANoteIsHeardWithinTheFillTarget) {
         Note(0, 69, 0);
     }
     std::sort(late.begin(), late.end());
-    const double targetMs = double(Stats().fill_target_frames) * 1000 / kRate;
-    // The loopback card plays and records in steps of the kernel's timer (up to 8 ms here).
-    if (late[late.size() / 2] > targetMs + 8 && stalls.LongestMs() > kPeriodMs)
+    // A note waits up to a period for the renderer's next batch, then behind at most the fill
+    // target; the loopback card plays and records in steps of the kernel's timer (up to 8 ms
+    // here). A renderer that kept the whole buffer queued would be 32 ms late.
+    const double boundMs = double(Stats().fill_target_frames) * 1000 / kRate + kPeriodMs + 8;
+    if (late[late.size() / 2] > boundMs && stalls.LongestMs() > kPeriodMs)
         GTEST_SKIP() << "the machine stalled for " << stalls.LongestMs() << " ms";
-    EXPECT_LE(late[late.size() / 2], targetMs + 8)
+    EXPECT_LE(late[late.size() / 2], boundMs)
         << "fastest " << late.front() << " ms, slowest " << late.back() << " ms";
 }
 
