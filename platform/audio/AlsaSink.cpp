@@ -54,12 +54,13 @@ int Configure(AlsaSink& sink, const NuvAudioFormat& format) {
     snd_pcm_sw_params_t* sw;
     snd_pcm_sw_params_alloca(&sw);
     snd_pcm_uframes_t boundary = 0;
-    // Start with one period queued, so that a short sound is heard at once and a sound
-    // that ends is not left waiting in the buffer; fill what has been played with
-    // silence, so that a PCM that runs dry never repeats stale samples.
+    // Start with two periods (8 ms) queued: a short sound is still heard at once and a sound
+    // that ends is not left waiting long in the buffer, while a writer of small blocks that
+    // restarts a PCM after a pause is not one hiccup away from running dry again. Fill what
+    // has been played with silence, so that a PCM that runs dry never repeats stale samples.
     if (snd_pcm_sw_params_current(pcm, sw) < 0 ||
         snd_pcm_sw_params_get_boundary(sw, &boundary) < 0 ||
-        snd_pcm_sw_params_set_start_threshold(pcm, sw, period) < 0 ||
+        snd_pcm_sw_params_set_start_threshold(pcm, sw, 2 * period) < 0 ||
         snd_pcm_sw_params_set_avail_min(pcm, sw, period) < 0 ||
         snd_pcm_sw_params_set_silence_threshold(pcm, sw, 0) < 0 ||
         snd_pcm_sw_params_set_silence_size(pcm, sw, boundary) < 0 || snd_pcm_sw_params(pcm, sw) < 0)

@@ -19,7 +19,7 @@ struct NuvAudioFormat {
 // eight of them buffered (32 ms). A writer that blocks on a full buffer queues all of it; a
 // low-latency writer keeps only its fill target queued (nuv_audio_out_wait_for_room) and the
 // rest of the buffer is room to widen the target into when the output runs dry anyway. The
-// PCM starts playing once one period is queued. A period of one timer tick lets an output
+// PCM starts playing once two periods are queued. A period of one timer tick lets an output
 // clocked by the kernel's timer (the test VM's loopback card) move on evenly, a period at
 // a time; with 256 frames it moved on two ticks at once and left the writer a third of a
 // period to refill in.

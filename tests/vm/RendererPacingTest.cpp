@@ -2,8 +2,10 @@
 // the output dry. Recorded from the loopback card's capture side.
 //
 // The renderer is woken with two periods still queued and renders one. Where the machine
-// itself stalls for longer than a period (an emulated machine on a busy host: StallWatch),
-// running dry is no fault of the renderer, and a figure that missed is not judged.
+// itself stalls (an emulated machine on a busy host: StallWatch), running dry is no fault of
+// the renderer, and a figure that missed is not judged: the loopback card is clocked by the
+// machine's timer and plays the ticks a stall held back at once, so a stall of three
+// quarters of a period can take two periods from the queue.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -26,6 +28,7 @@ const char* const kFont = "/usr/share/tallowin/DefaultSF.sf2";
 constexpr int kRate = 48000;
 constexpr int kOnsetLevel = 655;                   // 2% of full scale
 constexpr double kPeriodMs = 192 * 1000.0 / kRate; // the output's period
+constexpr double kStallMs = kPeriodMs * 3 / 4;     // a stall that can run the output dry
 
 class RendererPacing : public ::testing::Test {
 protected:
@@ -79,7 +82,7 @@ TEST_F(RendererPacing, ATenSecondToneNeverRunsTheOutputDry) {
     std::cout << Stats().underruns - underruns << " underruns, fill target "
               << Stats().fill_target_frames << " frames, longest stall " << stalls.LongestMs()
               << " ms\n";
-    if (Stats().underruns != underruns && stalls.LongestMs() > kPeriodMs)
+    if (Stats().underruns != underruns && stalls.LongestMs() > kStallMs)
         GTEST_SKIP() << "the machine stalled for " << stalls.LongestMs() << " ms";
     EXPECT_EQ(underruns, Stats().underruns);
 }
@@ -109,7 +112,7 @@ TEST_F(RendererPacing, ANoteIsHeardWithinTheFillTarget) {
     // target; the loopback card plays and records in steps of the kernel's timer (up to 8 ms
     // here). A renderer that kept the whole buffer queued would be 32 ms late.
     const double boundMs = double(Stats().fill_target_frames) * 1000 / kRate + kPeriodMs + 8;
-    if (late[late.size() / 2] > boundMs && stalls.LongestMs() > kPeriodMs)
+    if (late[late.size() / 2] > boundMs && stalls.LongestMs() > kStallMs)
         GTEST_SKIP() << "the machine stalled for " << stalls.LongestMs() << " ms";
     EXPECT_LE(late[late.size() / 2], boundMs)
         << "fastest " << late.front() << " ms, slowest " << late.back() << " ms";
