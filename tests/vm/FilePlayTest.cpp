@@ -6,7 +6,6 @@
 #include "LogCapture.h"
 #include "LoopbackCapture.h"
 #include "ManagerVmFixture.h"
-#include "MidiFileWriter.h"
 #include "SoundFontWriter.h"
 #include "ThreadNames.h"
 
@@ -42,15 +41,8 @@ protected:
     }
 
     // Plays a file of `program` chords that sounds for `seconds`.
-    int Start(double seconds, int program = 20) { // 20, a reed organ: steady while held
-        MidiFileWriter song;
-        song.AddProgramChange(0, program, 0);
-        for (double t = 0; t + 0.25 <= seconds; t += 0.25) {
-            song.AddNote(0, 60, 110, t, 0.25);
-            song.AddNote(0, 64, 110, t, 0.25);
-        }
-        song.SetLength(seconds);
-        EXPECT_TRUE(song.Write(m_song.Path()));
+    int Start(double seconds, int program = 20) {
+        EXPECT_TRUE(WriteSong(m_song.Path(), seconds, program));
         _MIDIDeviceInfo src = FileEnd(m_song.Path());
         return m_manager->StartStream(&src, &m_dst);
     }
