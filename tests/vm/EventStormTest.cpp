@@ -22,11 +22,7 @@ class EventStorm : public ManagerVmTest {};
 
 TEST_F(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     constexpr int kRounds = 12; // every type this many times, in random order
-    const char* given = std::getenv("NUV_STORM_SEED");
-    const unsigned seed =
-        given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
-    std::printf("NUV_STORM_SEED=%u\n", seed);
-    std::mt19937 random(seed);
+    std::mt19937 random(Seed("NUV_STORM_SEED"));
     LogCapture quiet(NUV_LOG_CRITICAL);
     VirtualKeyboard& keyboard = m_keyboards[0];
     INuvMIDIDevice* device = CreateKeyboard(0);

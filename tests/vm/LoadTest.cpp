@@ -145,9 +145,7 @@ TEST_F(Load, FourHostThreadsCallEverythingAtRandom) {
 #else
     const auto kDuration = seconds(20);
 #endif
-    const char* given = std::getenv("NUV_LOAD_SEED");
-    const unsigned seed = given != nullptr ? unsigned(std::atoi(given)) : std::random_device()();
-    std::printf("NUV_LOAD_SEED=%u\n", seed);
+    const unsigned seed = Seed("NUV_LOAD_SEED");
     const std::string song = ::testing::TempDir() + "nuv_load_threads.mid";
     ASSERT_TRUE(WriteSong(song, 2));
     TempFile font(".sf2");

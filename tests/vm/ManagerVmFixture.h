@@ -12,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -148,6 +149,16 @@ private:
     mutable std::mutex m_lock;
     std::vector<Entry> m_entries;
 };
+
+// The seed in the environment variable `name`, else a new one; printed, so that a failed
+// run can be repeated.
+inline unsigned Seed(const char* name) {
+    const char* given = std::getenv(name);
+    const unsigned seed =
+        given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
+    std::printf("%s=%u\n", name, seed);
+    return seed;
+}
 
 // Sends `device` a volume (controller 7 on channel 0) and waits until the synthesizer reads
 // it back.

@@ -1,8 +1,8 @@
 // Real USB MIDI keyboards (vm-run --usb-keyboards) plugged in and pulled out under the host
 // API: they arrive as devices named after their product, their keys reach the host whole and
-// in order, streams reach them until stopped; pulled out while the host uses them, the host is told
-// once, their callbacks stop, their streams let go of the renderer and nothing hangs; a replugged
-// keyboard is a new device, and plug cycles leave memory flat. Every test starts
+// in order, streams reach them until stopped; pulled out while the host uses them, the host
+// is told once, their callbacks stop, their streams let go of the renderer and nothing hangs;
+// a replugged keyboard is a new device, and plug cycles leave memory flat. Every test starts
 // and ends with the keyboards unplugged, named "USB Keys 0", "USB Keys 1".
 #include <malloc.h>
 
