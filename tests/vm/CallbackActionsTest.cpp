@@ -59,9 +59,7 @@ struct Case {
 class KeyboardCallbacks : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         m_device = TakeKeyboard(0);
         m_other = CreateKeyboard(1);
         ASSERT_TRUE(m_device != nullptr && m_other != nullptr);

@@ -27,9 +27,7 @@ bool NextEvent(snd_seq_t* seq, snd_seq_event_t* out) {
 class DeviceSendMessage : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         const SequencerView view = SequencerView::Read();
         const SeqClientView* watcher = view.Find("MIDI Watcher");
         ASSERT_NE(nullptr, watcher);

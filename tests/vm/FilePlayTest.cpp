@@ -30,9 +30,7 @@ constexpr double kHeard = 0.003;
 class FilePlay : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         m_device = CreateKeyboard(0);
         ASSERT_NE(nullptr, m_device);
         m_dst = End(m_device, MIDI_DEVICE_TYPE_DESTINATION);

@@ -33,10 +33,8 @@ protected:
             ASSERT_TRUE(!keyboard.IsPlugged() || keyboard.Unplug());
             ASSERT_TRUE(keyboard.SetProduct("USB Keys " + std::to_string(keyboard.Index())));
         }
-        ManagerVmTest::SetUp();
-        if (!HasFatalFailure()) {
-            ASSERT_EQ(0, m_manager->RegisterCallback(&m_host));
-        }
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
+        ASSERT_EQ(0, m_manager->RegisterCallback(&m_host));
     }
     void TearDown() override {
         ManagerVmTest::TearDown();
