@@ -8,7 +8,6 @@
 #include <random>
 #include <set>
 #include <shared_mutex>
-#include <thread>
 
 #include "LogCapture.h"
 #include "ManagerVmFixture.h"

@@ -10,7 +10,6 @@
 #include <memory>
 #include <set>
 #include <shared_mutex>
-#include <thread>
 
 #include "ManagerVmFixture.h"
 #include "NuvMIDI.h"
