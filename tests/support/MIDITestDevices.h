@@ -1,5 +1,5 @@
-// Building blocks for tests of connectors and devices: messages, a synthesizer of the
-// test's own, a candidate record as the watcher makes it for one client, a host callback.
+// Building blocks for tests of connectors and devices: messages, a candidate record as the
+// watcher makes it for one client, a host callback.
 #ifndef NUV_TEST_MIDI_TEST_DEVICES_H
 #define NUV_TEST_MIDI_TEST_DEVICES_H
 
@@ -10,7 +10,6 @@
 #include <atomic>
 
 #include "NuvCallback"
-#include "NuvMIDISeqSynth.h"
 #include "NuvMIDITypes.h"
 
 // A message with the given fields, every other byte zero.
@@ -23,18 +22,6 @@ inline _MIDIMessage Message(int channel, int param, int value, int duration = 0)
     msg.duration = duration;
     return msg;
 }
-
-// The library's synthesizer without a sequencer: no MIDI driver, no default font.
-class TestSynthesizer {
-public:
-    TestSynthesizer() { m_owner.CreateSynthesizer(NuvMIDISeqSynth::Kind::kBare); }
-
-    fluid_synth_t* Get() const { return m_owner.Synth(); }
-    NuvMIDISeqSynth* Owner() { return &m_owner; }
-
-private:
-    NuvMIDISeqSynth m_owner;
-};
 
 // The candidate of one sequencer client, with the client information it owns.
 struct TestCandidate {

@@ -1,10 +1,10 @@
 #include "SoundFontWriter.h"
 
 #include <math.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <initializer_list>
 #include <utility>
 
@@ -131,9 +131,7 @@ TempFile::~TempFile() {
 }
 
 bool TempFile::Write(const std::vector<uint8_t>& bytes) const {
-    FILE* file = fopen(m_path.c_str(), "wb");
-    if (file == nullptr)
-        return false;
-    const bool written = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return fclose(file) == 0 && written;
+    std::ofstream file(m_path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return bool(file.flush());
 }

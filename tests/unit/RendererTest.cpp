@@ -1,7 +1,6 @@
 // The renderer: what reaches the output at rest and after MIDI, and an output that cannot be
 // opened (the manager makes a renderer for each first user: none starts twice). The
 // synthesizer is a real FluidSynth one, the output the WAV sink.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -52,19 +51,12 @@ protected:
     // Context switches of the renderer thread so far: how often it has slept and woken.
     static long RendererSwitches() {
         long total = 0;
-        DIR* tasks = opendir("/proc/self/task");
-        while (dirent* entry = readdir(tasks)) {
-            const std::string dir = std::string("/proc/self/task/") + entry->d_name;
-            std::string name, line;
-            std::getline(std::ifstream(dir + "/comm"), name);
-            if (name != "NuvMIDIRenderer")
-                continue;
-            std::ifstream status(dir + "/status");
-            while (std::getline(status, line))
+        for (const auto& thread : ThreadsNamed("NuvMIDIRenderer")) {
+            std::ifstream status(thread / "status");
+            for (std::string line; std::getline(status, line);)
                 if (line.find("ctxt_switches:") != std::string::npos)
                     total += std::stol(line.substr(line.find(':') + 1));
         }
-        closedir(tasks);
         return total;
     }
     RendererRig m_rig;

