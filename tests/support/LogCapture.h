@@ -26,8 +26,6 @@ public:
         NuvLog_SetSink(m_previousSink, nullptr);
         NuvLog_SetThreshold(m_previousThreshold);
     }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LogLine> Lines() const {
         std::lock_guard<std::mutex> lock(m_mutex);

@@ -25,10 +25,7 @@ inline _MIDIMessage Message(int channel, int param, int value, int duration = 0)
 
 // The candidate of one sequencer client, with the client information it owns.
 struct TestCandidate {
-    TestCandidate(int clientNumber, const char* name, fluid_synth_t* synth,
-                  snd_seq_t* seq = nullptr, int port = 0) {
-        memset(&info, 0, sizeof(info));
-        memset(&client, 0, sizeof(client));
+    TestCandidate(int clientNumber, const char* name, fluid_synth_t* synth) {
         snprintf(info.devInfo.UID, sizeof(info.devInfo.UID), "%d", clientNumber);
         snprintf(info.devInfo.deviceName, sizeof(info.devInfo.deviceName), "%s", name);
         info.devInfo.type = NUV_DEVICE_TYPE_MIDI;
@@ -36,16 +33,14 @@ struct TestCandidate {
         memcpy(info.key, info.devInfo.UID, sizeof(info.key));
         info.alive = 1;
         info.pExtraInfo = &client;
-        client.seq = seq;
         client.synth = synth;
         client.client = clientNumber;
-        client.port = port;
     }
     TestCandidate(const TestCandidate&) = delete;
     TestCandidate& operator=(const TestCandidate&) = delete;
 
-    _NuvDetailDevInfo info;
-    _MIDIClientInfo client;
+    _NuvDetailDevInfo info{};
+    _MIDIClientInfo client{};
 };
 
 // A host callback that counts its calls.

@@ -1,5 +1,6 @@
 #include "SoundFontWriter.h"
 
+#include <gtest/gtest.h>
 #include <math.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -114,15 +115,10 @@ std::vector<uint8_t> BuildSoundFont(const std::vector<SoundFontPreset>& presets)
 }
 
 TempFile::TempFile(const std::string& suffix) {
-    const char* dir = getenv("TMPDIR");
-    std::string pattern = std::string(dir != nullptr ? dir : "/tmp") + "/nuv-test-XXXXXX" + suffix;
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
+    std::string name = ::testing::TempDir() + "nuv-test-XXXXXX" + suffix;
     const int fd = mkstemps(name.data(), static_cast<int>(suffix.size()));
-    if (fd >= 0) {
-        close(fd);
-        m_path = name.data();
-    }
+    if (fd >= 0 && close(fd) == 0)
+        m_path = name;
 }
 
 TempFile::~TempFile() {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 
 namespace {
 
@@ -24,14 +25,10 @@ bool Fail(std::string* problem, const char* text) {
 } // namespace
 
 Pcm Pcm::Slice(size_t firstFrame, size_t frameCount) const {
-    Pcm out;
-    out.rate = rate;
-    out.channels = channels;
     const size_t first = std::min(firstFrame, Frames());
     const size_t count = std::min(frameCount, Frames() - first);
-    out.samples.assign(samples.begin() + long(first * channels),
-                       samples.begin() + long((first + count) * channels));
-    return out;
+    const auto from = samples.begin() + long(first * channels);
+    return {rate, channels, std::vector<int16_t>(from, from + long(count * channels))};
 }
 
 bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
@@ -60,12 +57,9 @@ bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
 }
 
 double Rms(const Pcm& pcm) {
-    if (pcm.samples.empty())
-        return 0;
-    double sum = 0;
-    for (int16_t s : pcm.samples)
-        sum += double(s) * s;
-    return std::sqrt(sum / double(pcm.samples.size())) / 32768.0;
+    const auto& s = pcm.samples;
+    const double sum = std::inner_product(s.begin(), s.end(), s.begin(), 0.0);
+    return s.empty() ? 0 : std::sqrt(sum / double(s.size())) / 32768.0;
 }
 
 std::vector<double> RmsWindows(const Pcm& pcm, int windowMs) {
@@ -80,28 +74,25 @@ double Fundamental(const Pcm& pcm, double minHz, double maxHz) {
     const size_t frames = pcm.Frames();
     std::vector<double> mono(frames);
     for (size_t i = 0; i < frames; ++i) {
-        double sum = 0;
-        for (int c = 0; c < pcm.channels; ++c)
-            sum += pcm.samples[i * pcm.channels + c];
-        mono[i] = sum / pcm.channels;
+        const auto frame = pcm.samples.begin() + long(i * pcm.channels);
+        mono[i] = std::accumulate(frame, frame + pcm.channels, 0.0) / pcm.channels;
     }
     const size_t minLag = size_t(pcm.rate / maxHz);
     const size_t maxLag = size_t(pcm.rate / minHz);
     if (frames < 2 * maxLag)
         return 0;
     const size_t span = frames - maxLag;
-    double energy = 0;
-    for (size_t i = 0; i < span; ++i)
-        energy += mono[i] * mono[i];
+    const auto correlation = [&](size_t lag) {
+        return std::inner_product(mono.begin(), mono.begin() + long(span), mono.begin() + long(lag),
+                                  0.0);
+    };
+    const double energy = correlation(0);
     if (energy <= 0)
         return 0;
     std::vector<double> r(maxLag + 1, 0);
     double best = 0;
     for (size_t lag = minLag; lag <= maxLag; ++lag) {
-        double sum = 0;
-        for (size_t i = 0; i < span; ++i)
-            sum += mono[i] * mono[i + lag];
-        r[lag] = sum / energy;
+        r[lag] = correlation(lag) / energy;
         best = std::max(best, r[lag]);
     }
     if (best < 0.3)

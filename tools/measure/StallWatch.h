@@ -20,8 +20,6 @@ public:
         m_stop = true;
         m_thread.join();
     }
-    StallWatch(const StallWatch&) = delete;
-    StallWatch& operator=(const StallWatch&) = delete;
 
     // The longest stall since the start or the last Reset, in milliseconds.
     double LongestMs() const { return m_longestNs.load() / 1e6; }

@@ -1,6 +1,5 @@
 #include "UsbKeyboard.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -21,17 +20,13 @@ using Clock = std::chrono::steady_clock;
 const char kGadgets[] = "/sys/kernel/config/usb_gadget";
 
 std::string ReadLine(const std::string& path) {
-    std::ifstream file(path);
     std::string line;
-    std::getline(file, line);
+    std::getline(std::ifstream(path), line);
     return line;
 }
 
 bool WriteText(const std::string& path, const std::string& text) {
-    std::ofstream file(path);
-    file << text << '\n';
-    file.flush();
-    return file.good();
+    return bool(std::ofstream(path) << text << '\n' << std::flush);
 }
 
 // The number of the sound card for which `matches(first line, second line)` holds in
