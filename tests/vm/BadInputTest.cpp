@@ -32,9 +32,7 @@ private:
 class BadInput : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         keyboard = TakeKeyboard(0);
         ASSERT_NE(nullptr, keyboard);
     }

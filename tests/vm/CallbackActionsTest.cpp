@@ -59,9 +59,7 @@ struct Case {
 class KeyboardCallbacks : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         m_device = TakeKeyboard(0);
         m_other = CreateKeyboard(1);
         ASSERT_TRUE(m_device != nullptr && m_other != nullptr);
@@ -85,11 +83,12 @@ class CallbackActions : public KeyboardCallbacks, public ::testing::WithParamInt
 TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
     const Case& c = GetParam();
     const int id = m_device->GetID();
+    const bool onKey = c.trigger == Trigger::Note;
     std::atomic<bool> entered{false};
     ActingCallback callback([&] {
         entered = true;
         // A host call of the device is under way, waiting for the walk that runs us.
-        if (c.trigger == Trigger::Note)
+        if (onKey)
             WaitFor([&] { return NuvMIDIDeviceProbe::HostCalls(m_device) > 0; });
         if (c.action == Action::DestroyDevice)
             return m_manager->DestroyDevice(id);
@@ -98,22 +97,16 @@ TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
         return m_device->UnregisterCallback(&callback);
     });
     ActingCallback witness(nullptr, &callback.acted);
-    if (c.trigger == Trigger::Note) {
-        ASSERT_EQ(1, m_device->RegisterCallback(&callback));
-    } else {
-        ASSERT_EQ(NUV_OK, m_manager->RegisterCallback(&callback));
-    }
-    if (c.action != Action::UnregisterItself) {
-        ASSERT_EQ(1, m_device->RegisterCallback(&witness));
-    }
-    if (c.action == Action::DestroyLibrary) {
-        ASSERT_EQ(NUV_OK, m_manager->RegisterCallback(&witness));
-    }
+    ASSERT_EQ(onKey ? 1 : NUV_OK, onKey ? m_device->RegisterCallback(&callback)
+                                        : m_manager->RegisterCallback(&callback));
+    ASSERT_TRUE(c.action == Action::UnregisterItself || m_device->RegisterCallback(&witness) == 1);
+    ASSERT_TRUE(c.action != Action::DestroyLibrary ||
+                m_manager->RegisterCallback(&witness) == NUV_OK);
 
     std::thread host;
     std::unique_ptr<UserSpaceClient> newcomer;
     CountingHostCallback quiet;
-    if (c.trigger == Trigger::Note) {
+    if (onKey) {
         host = std::thread([&] {
             WaitFor([&] { return entered.load(); });
             m_device->RegisterCallback(&quiet);
@@ -138,7 +131,7 @@ TEST_P(CallbackActions, TheCallReturnsAndNothingItEndedCallsBack) {
         m_manager = NuvMIDIEntry::GetDeviceManagerInstance();
     } else {
         EXPECT_TRUE(EarlierEventsRead());
-        if (c.trigger == Trigger::Arrival)
+        if (!onKey)
             m_manager->UnregisterCallback(&callback);
     }
     EXPECT_EQ(0, callback.late.load());
@@ -192,31 +185,28 @@ TEST_F(KeyboardCallbacks, ABlockedCallbackHoldsBackOnlyTheInputAfterIt) {
 // Every host callback of a device receives every event once, however many there are; the
 // others keep receiving when one goes, and the device comes back once after the last went.
 TEST_F(KeyboardCallbacks, EachCallbackGetsEachEventOnceAndUnregisteringOneLeavesTheOthers) {
-    const int kCallbacks = 16;
-    std::vector<std::unique_ptr<HostLog>> hosts;
-    for (int i = 0; i < kCallbacks; ++i) {
-        hosts.emplace_back(new HostLog);
-        ASSERT_EQ(1, m_device->RegisterCallback(hosts.back().get()));
-    }
-    ASSERT_EQ(1, m_device->RegisterCallback(hosts[0].get())); // again: still one delivery
+    HostLog hosts[16];
+    for (HostLog& host : hosts)
+        ASSERT_EQ(1, m_device->RegisterCallback(&host));
+    ASSERT_EQ(1, m_device->RegisterCallback(&hosts[0])); // again: still one delivery
     auto play = [&](std::vector<uint8_t> notes) {
         for (uint8_t note : notes)
             ASSERT_TRUE(m_keyboards[0].Write({0x90, note, 64}));
         ASSERT_TRUE(EarlierEventsRead());
     };
     play({60, 61});
-    ASSERT_EQ(1, m_device->UnregisterCallback(hosts[0].get()));
+    ASSERT_EQ(1, m_device->UnregisterCallback(&hosts[0]));
     play({62});
-    for (int i = 1; i < kCallbacks; ++i)
-        ASSERT_EQ(1, m_device->UnregisterCallback(hosts[i].get()));
+    for (int i = 1; i < 16; ++i)
+        ASSERT_EQ(1, m_device->UnregisterCallback(&hosts[i]));
     play({63});
-    ASSERT_EQ(1, m_device->RegisterCallback(hosts[0].get()));
+    ASSERT_EQ(1, m_device->RegisterCallback(&hosts[0]));
     play({64});
 
-    EXPECT_EQ((std::vector<int>{60, 61, 64}), hosts[0]->Params());
-    for (int i = 1; i < kCallbacks; ++i)
-        EXPECT_EQ((std::vector<int>{60, 61, 62}), hosts[i]->Params()) << i;
-    EXPECT_EQ(1, m_device->UnregisterCallback(hosts[0].get()));
+    EXPECT_EQ((std::vector<int>{60, 61, 64}), hosts[0].Params());
+    for (int i = 1; i < 16; ++i)
+        EXPECT_EQ((std::vector<int>{60, 61, 62}), hosts[i].Params()) << i;
+    EXPECT_EQ(1, m_device->UnregisterCallback(&hosts[0]));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // nuvmidi as its users run it, against the VM's sequencer: the devices it lists, a file
 // played into a WAV file, a virtual keyboard's notes on its monitor, and the exit status
-// and message of each failure. Each run is a process of its own with a library of its own.
+// and message of each failure; and the README's example host. Each run is a process of its
+// own with a library of its own.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -11,6 +12,7 @@
 #include <fstream>
 
 #include "ChildProcess.h"
+#include "LoopbackCapture.h"
 #include "MidiFileWriter.h"
 #include "PcmAnalysis.h"
 #include "UsbKeyboard.h"
@@ -20,6 +22,9 @@
 #ifdef NUV_CLI_PATH
 
 namespace {
+
+using ::testing::IsNotSubstring;
+using ::testing::IsSubstring;
 
 // Under software emulation the library needs seconds to start its synthesizer.
 const auto kRunLimit = std::chrono::seconds(90);
@@ -37,10 +42,6 @@ std::string EventColumns(const char* event, int channel, const std::string& valu
     return text;
 }
 
-size_t Lines(const std::string& text) {
-    return size_t(std::count(text.begin(), text.end(), '\n'));
-}
-
 class CliVm : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -50,8 +51,6 @@ protected:
         m_keyboards = VirtualKeyboard::FindAll();
         ASSERT_GE(m_keyboards.size(), 2u) << "the VM has two virtual keyboards";
     }
-
-    VirtualKeyboard& Key(size_t index) { return m_keyboards[index]; }
 
     std::vector<VirtualKeyboard> m_keyboards;
 };
@@ -63,20 +62,20 @@ TEST_F(CliVm, DevicesListsTheKeyboardsAndTheSynthesizer) {
     ASSERT_EQ(0, table.status) << table.err;
     EXPECT_EQ(0u, table.out.find(" ID  CLIENT  NAME")) << table.out;
     for (const VirtualKeyboard& keyboard : m_keyboards)
-        EXPECT_NE(std::string::npos,
-                  table.out.find(std::to_string(keyboard.Client()) + "  " + keyboard.ClientName()))
-            << table.out;
-    EXPECT_NE(std::string::npos, table.out.find("Midi Through")) << table.out;
-    EXPECT_EQ(std::string::npos, table.out.find("MIDI Watcher")) << "the library's own client";
+        EXPECT_PRED_FORMAT2(IsSubstring,
+                            std::to_string(keyboard.Client()) + "  " + keyboard.ClientName(),
+                            table.out);
+    EXPECT_PRED_FORMAT2(IsSubstring, "Midi Through", table.out);
+    EXPECT_PRED_FORMAT2(IsNotSubstring, "MIDI Watcher", table.out) << "the library's own client";
 
     const ProgramResult json = Nuvmidi({"devices", "--json"});
     ASSERT_EQ(0, json.status) << json.err;
-    EXPECT_NE(std::string::npos,
-              json.out.find("\"client\": " + std::to_string(Key(0).Client()) + ", \"name\": \"" +
-                            Key(0).ClientName() + "\", \"synth\": false}"))
-        << json.out;
-    EXPECT_NE(std::string::npos, json.out.find("\"name\": \"FLUID")) << json.out;
-    EXPECT_NE(std::string::npos, json.out.find("\"synth\": true}")) << json.out;
+    const VirtualKeyboard& first = m_keyboards[0];
+    for (const std::string& part :
+         {"\"client\": " + std::to_string(first.Client()) + ", \"name\": \"" + first.ClientName() +
+              "\", \"synth\": false}",
+          std::string("\"name\": \"FLUID"), std::string("\"synth\": true}")})
+        EXPECT_PRED_FORMAT2(IsSubstring, part, json.out);
 }
 
 // Onsets of the sounds in a WAV that nuvmidi recorded, after at least half a second of quiet.
@@ -136,7 +135,7 @@ TEST_F(CliVm, WatchAndMonitorFollowAUsbKeyboardComingAndGoing) {
     const std::string out = watch.Out();
     const std::string line = out.substr(out.rfind('\n', out.find(news)) + 1);
     EXPECT_EQ(11u, line.find("CLI Keys")) << "after its time stamp: " << line; // "%9.3f  "
-    EXPECT_NE(std::string::npos, line.find("Device arrived")) << line;
+    EXPECT_PRED_FORMAT2(IsSubstring, "Device arrived", line);
     ChildProcess monitor;
     ASSERT_TRUE(monitor.Start({NUV_CLI_PATH, "--lib", NUV_CLI_LIBRARY, "monitor", "CLI Keys"}));
     ASSERT_TRUE(monitor.WaitForOutput("Waiting for data from CLI Keys", kRunLimit))
@@ -146,18 +145,18 @@ TEST_F(CliVm, WatchAndMonitorFollowAUsbKeyboardComingAndGoing) {
                                       std::chrono::seconds(10)))
         << monitor.Out();
     // The device column is 22 characters wide.
-    EXPECT_NE(std::string::npos,
-              monitor.Out().find("CLI Keys" + std::string(16, ' ') +
-                                 EventColumns("Note on", 0, "note 60, velocity 100")))
-        << monitor.Out();
-    EXPECT_NE(std::string::npos,
-              monitor.Out().find(EventColumns("Control change", 2, "controller 7, value 101")));
+    EXPECT_PRED_FORMAT2(IsSubstring,
+                        "CLI Keys" + std::string(16, ' ') +
+                            EventColumns("Note on", 0, "note 60, velocity 100"),
+                        monitor.Out());
+    EXPECT_PRED_FORMAT2(IsSubstring, EventColumns("Control change", 2, "controller 7, value 101"),
+                        monitor.Out());
 
     const int client = keyboard.Client();
     ASSERT_TRUE(keyboard.Unplug());
     ASSERT_TRUE(monitor.Wait(std::chrono::seconds(20))) << "the monitor ends with its device";
     EXPECT_EQ(7, monitor.Status());
-    EXPECT_NE(std::string::npos, monitor.Out().find("Device left")) << monitor.Out();
+    EXPECT_PRED_FORMAT2(IsSubstring, "Device left", monitor.Out());
     EXPECT_EQ("nuvmidi: 'CLI Keys' (" + std::to_string(client) + ") has gone\n", monitor.Err());
     EXPECT_TRUE(watch.WaitForOutput("Device left", std::chrono::seconds(10))) << watch.Out();
     watch.Signal(SIGINT);
@@ -201,22 +200,40 @@ TEST_F(CliVm, EachFailureHasItsExitStatusAndOneMessage) {
         ASSERT_TRUE(!c.hideSequencer || rename("/dev/snd/seq.hidden", "/dev/snd/seq") == 0);
         EXPECT_EQ(c.status, result.status) << c.message;
         EXPECT_EQ(0u, result.err.find(std::string("nuvmidi: ") + c.message)) << result.err;
-        EXPECT_EQ(1u, Lines(result.err)) << result.err;
+        EXPECT_EQ(1, std::count(result.err.begin(), result.err.end(), '\n')) << result.err;
         EXPECT_EQ("", result.out) << c.message;
     }
     unlink(text.c_str());
 }
 
 TEST_F(CliVm, TheLibrarysLogIncludingFluidSynthsAppearsOnRequest) {
-    const ProgramResult verbose = Nuvmidi({"-v", "fonts", "unload", "7"});
-    EXPECT_NE(std::string::npos, verbose.err.find("fluidsynth: No SoundFont with id = 7"))
-        << verbose.err;
+    const char* const fluidLine = "fluidsynth: No SoundFont with id = 7";
+    EXPECT_PRED_FORMAT2(IsSubstring, fluidLine, Nuvmidi({"-v", "fonts", "unload", "7"}).err);
     setenv("NUV_LOG_LEVEL", "info", 1);
     const ProgramResult asked = Nuvmidi({"fonts", "unload", "7"});
     unsetenv("NUV_LOG_LEVEL");
-    EXPECT_NE(std::string::npos, asked.err.find("fluidsynth: No SoundFont with id = 7"))
-        << asked.err;
-    EXPECT_EQ(std::string::npos, asked.err.find("[NuvMIDIWatcher::Create]")) << "a trace line";
+    EXPECT_PRED_FORMAT2(IsSubstring, fluidLine, asked.err);
+    EXPECT_PRED_FORMAT2(IsNotSubstring, "[NuvMIDIWatcher::Create]", asked.err) << "a trace line";
 }
 
 #endif // NUV_CLI_PATH
+
+#ifdef NUV_EXAMPLES_DIR
+
+// It must find the synthesizer and be heard, and find no line of the library's log on its
+// standard error (the installed-package test runs both examples against the installed
+// packages).
+TEST(ExamplesVm, TheReadmeHostFindsTheSynthesizerAndIsHeard) {
+    LoopbackCapture capture;
+    std::string problem;
+    ASSERT_TRUE(capture.Start(&problem)) << problem;
+    const ProgramResult run =
+        RunProgram({NUV_EXAMPLES_DIR "/nuv-play-note"}, std::chrono::seconds(90));
+    capture.Stop();
+    ASSERT_EQ(0, run.status) << run.out << run.err;
+    EXPECT_EQ(0u, run.out.find("played middle C on FLUID")) << run.out;
+    EXPECT_EQ("", run.err);
+    EXPECT_NEAR(261.6, Fundamental(capture.Recorded()), 5.0);
+}
+
+#endif // NUV_EXAMPLES_DIR

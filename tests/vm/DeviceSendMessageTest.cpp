@@ -14,24 +14,20 @@ namespace {
 bool NextEvent(snd_seq_t* seq, snd_seq_event_t* out) {
     pollfd fd{};
     snd_seq_poll_descriptors(seq, &fd, 1, POLLIN);
-    for (int waits = 0; waits < 2; ++waits) {
-        snd_seq_event_t* event = nullptr;
-        if (snd_seq_event_input_pending(seq, 1) > 0 && snd_seq_event_input(seq, &event) >= 0) {
-            *out = *event;
-            return true;
-        }
-        poll(&fd, 1, 5000);
-    }
-    return false;
+    snd_seq_event_t* event = nullptr;
+    if (snd_seq_event_input_pending(seq, 1) <= 0 && poll(&fd, 1, 5000) != 1)
+        return false;
+    if (snd_seq_event_input(seq, &event) < 0)
+        return false;
+    *out = *event;
+    return true;
 }
 
 // A client subscribed to the watcher's sending port, and the device of Midi Through.
 class DeviceSendMessage : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         const SequencerView view = SequencerView::Read();
         const SeqClientView* watcher = view.Find("MIDI Watcher");
         ASSERT_NE(nullptr, watcher);

@@ -18,23 +18,14 @@ std::set<std::string> Devices(INuvMIDIDeviceManager* manager) {
     return devices;
 }
 
-TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
-    constexpr int kRounds = 12; // every type this many times, in random order
-    const char* given = std::getenv("NUV_STORM_SEED");
-    const unsigned seed =
-        given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
-    std::printf("NUV_STORM_SEED=%u\n", seed);
-    std::mt19937 random(seed);
-    LogCapture quiet(NUV_LOG_CRITICAL);
+class EventStorm : public ManagerVmTest {};
 
-    auto keyboards = VirtualKeyboard::FindAll();
-    ASSERT_FALSE(keyboards.empty());
-    VirtualKeyboard& keyboard = keyboards.front();
-    ASSERT_NE(nullptr, NuvMIDIEntry::GetInstance());
-    INuvMIDIDeviceManager* manager = NuvMIDIEntry::GetDeviceManagerInstance();
-    const std::string name = keyboard.ClientName();
-    ASSERT_TRUE(WaitFor([&] { return manager->IsConnected(name.c_str()) == 1; }));
-    INuvMIDIDevice* device = manager->CreateDevice(name.c_str());
+TEST_F(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
+    constexpr int kRounds = 12; // every type this many times, in random order
+    std::mt19937 random(Seed("NUV_STORM_SEED"));
+    LogCapture quiet(NUV_LOG_CRITICAL);
+    VirtualKeyboard& keyboard = m_keyboards[0];
+    INuvMIDIDevice* device = CreateKeyboard(0);
     ASSERT_NE(nullptr, device);
     CountingHostCallback host;
     LibraryGoesFirst library;
@@ -47,8 +38,8 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     UserSpaceClient stormer("Stormer");
     ASSERT_TRUE(stormer.IsOpen());
     snd_seq_nonblock(stormer.Handle(), 1); // a full queue drops the event, never blocks us
-    ASSERT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 1; }));
-    const std::set<std::string> before = Devices(manager);
+    ASSERT_TRUE(WaitFor([&] { return m_manager->IsConnected("Stormer") == 1; }));
+    const std::set<std::string> before = Devices(m_manager);
 
     std::vector<int> types;
     for (int round = 0; round < kRounds; ++round)
@@ -98,13 +89,13 @@ TEST(EventStorm, RandomEventsOfEveryTypeLeaveTheLibraryWorking) {
     std::printf("%d of %zu events accepted by the sequencer\n", sent, types.size());
     EXPECT_GT(sent, int(types.size()) / 2);
 
-    EXPECT_EQ(before, Devices(manager)) << "forged announcements changed the devices";
-    EXPECT_EQ(device, manager->GetDevice(device->GetID()));
+    EXPECT_EQ(before, Devices(m_manager)) << "forged announcements changed the devices";
+    EXPECT_EQ(device, m_manager->GetDevice(device->GetID()));
     EXPECT_NE(nullptr, SequencerView::Read().Find("MIDI Watcher"));
 
     // The system client's own announcements still count.
     stormer.Close();
-    EXPECT_TRUE(WaitFor([&] { return manager->IsConnected("Stormer") == 0; }));
+    EXPECT_TRUE(WaitFor([&] { return m_manager->IsConnected("Stormer") == 0; }));
 }
 
 } // namespace

@@ -6,7 +6,6 @@
 #include "LogCapture.h"
 #include "LoopbackCapture.h"
 #include "ManagerVmFixture.h"
-#include "MidiFileWriter.h"
 #include "SoundFontWriter.h"
 #include "ThreadNames.h"
 
@@ -31,9 +30,7 @@ constexpr double kHeard = 0.003;
 class FilePlay : public ManagerVmTest {
 protected:
     void SetUp() override {
-        ManagerVmTest::SetUp();
-        if (HasFatalFailure())
-            return;
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         m_device = CreateKeyboard(0);
         ASSERT_NE(nullptr, m_device);
         m_dst = End(m_device, MIDI_DEVICE_TYPE_DESTINATION);
@@ -42,15 +39,8 @@ protected:
     }
 
     // Plays a file of `program` chords that sounds for `seconds`.
-    int Start(double seconds, int program = 20) { // 20, a reed organ: steady while held
-        MidiFileWriter song;
-        song.AddProgramChange(0, program, 0);
-        for (double t = 0; t + 0.25 <= seconds; t += 0.25) {
-            song.AddNote(0, 60, 110, t, 0.25);
-            song.AddNote(0, 64, 110, t, 0.25);
-        }
-        song.SetLength(seconds);
-        EXPECT_TRUE(song.Write(m_song.Path()));
+    int Start(double seconds, int program = 20) {
+        EXPECT_TRUE(WriteSong(m_song.Path(), seconds, program));
         _MIDIDeviceInfo src = FileEnd(m_song.Path());
         return m_manager->StartStream(&src, &m_dst);
     }

@@ -3,23 +3,8 @@
 #include <cstdlib>
 
 #include "ManagerVmFixture.h"
-#include "SequencerView.h"
 
 namespace {
-
-int ClientOf(INuvMIDIDevice* device) {
-    _NuvDevInfo info{};
-    device->GetDevInfo(info);
-    return std::atoi(info.UID);
-}
-
-// Whether the sequencer lists port 0 of `from` as connected to port 0 of `to`.
-bool Connected(INuvMIDIDevice* from, INuvMIDIDevice* to) {
-    const SequencerView view = SequencerView::Read();
-    const auto client = view.Clients().find(ClientOf(from));
-    return client != view.Clients().end() && client->second.ports.count(0) == 1 &&
-           client->second.ports.at(0).SendsTo({ClientOf(to), 0});
-}
 
 class ManagerStreams : public ManagerVmTest {};
 
@@ -53,8 +38,8 @@ TEST_F(ManagerStreams, AStopWithoutAStartNeverTakesTheCountBelowZero) {
     INuvMIDIDevice* a = CreateKeyboard(0);
     INuvMIDIDevice* b = CreateKeyboard(1);
     // Someone else connected the pair; the manager's stop removes it all the same.
-    const std::string connect =
-        "aconnect " + std::to_string(ClientOf(a)) + ":0 " + std::to_string(ClientOf(b)) + ":0";
+    const std::string connect = "aconnect " + std::to_string(m_keyboards[0].Client()) + ":0 " +
+                                std::to_string(m_keyboards[1].Client()) + ":0";
     ASSERT_EQ(0, std::system(connect.c_str()));
     _MIDIDeviceInfo src = End(a, MIDI_DEVICE_TYPE_SOURCE),
                     dst = End(b, MIDI_DEVICE_TYPE_DESTINATION);

@@ -8,16 +8,20 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <mutex>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "MIDITestDevices.h"
+#include "MidiFileWriter.h"
 #include "NuvMIDIDeviceManager.h"
 #include "NuvMIDIEntry.h"
+#include "SequencerView.h"
 #include "VirtualKeyboard.h"
 #include "WaitFor.h"
 
@@ -58,24 +62,34 @@ private:
     bool m_moved;
 };
 
-// Plays note after note through `play`, `every` so often, until it goes or `play` fails.
-class Player {
+// Host threads running `body(t, stop)` for t = 0 .. count - 1 until `stop` is set; stopped
+// and joined however the test ends (a joinable thread destroyed would end the test binary).
+class HostThreads {
 public:
-    Player(std::function<bool(uint8_t note)> play, std::chrono::milliseconds every)
-        : m_thread([this, play, every] {
-              for (uint8_t note = 0; !m_stop && play(note); note = uint8_t((note + 1) % 128))
-                  std::this_thread::sleep_for(every);
-          }) {}
-    ~Player() { Stop(); }
+    HostThreads(int count, std::function<void(int t, const std::atomic<bool>& stop)> body) {
+        for (int t = 0; t < count; ++t)
+            m_threads.emplace_back(body, t, std::cref(m_stop));
+    }
+    ~HostThreads() { Stop(); }
     void Stop() {
         m_stop = true;
-        if (m_thread.joinable())
-            m_thread.join();
+        for (std::thread& thread : m_threads)
+            if (thread.joinable())
+                thread.join();
     }
 
 private:
     std::atomic<bool> m_stop{false};
-    std::thread m_thread;
+    std::vector<std::thread> m_threads;
+};
+
+// Plays note after note through `play`, `every` so often, until stopped or `play` fails.
+struct Player : HostThreads {
+    Player(std::function<bool(uint8_t note)> play, std::chrono::milliseconds every)
+        : HostThreads(1, [play, every](int, const std::atomic<bool>& stop) {
+              for (uint8_t note = 0; !stop && play(note); note = uint8_t((note + 1) % 128))
+                  std::this_thread::sleep_for(every);
+          }) {}
 };
 
 // Everything the host is told, in order: arrivals and departures, and incoming MIDI.
@@ -136,6 +150,16 @@ private:
     std::vector<Entry> m_entries;
 };
 
+// The seed in the environment variable `name`, else a new one; printed, so that a failed
+// run can be repeated.
+inline unsigned Seed(const char* name) {
+    const char* given = std::getenv(name);
+    const unsigned seed =
+        given != nullptr ? unsigned(std::strtoul(given, nullptr, 10)) : std::random_device()();
+    std::printf("%s=%u\n", name, seed);
+    return seed;
+}
+
 // Sends `device` a volume (controller 7 on channel 0) and waits until the synthesizer reads
 // it back.
 inline bool SendVolumeAndReadItBack(INuvMIDIDevice* device, int volume) {
@@ -157,6 +181,49 @@ inline std::vector<_NuvDevInfo> ConnectedDevices(INuvMIDIDeviceManager* manager)
     return devices;
 }
 
+// Whether the sequencer lists port 0 of the client of device `from` as connected to port 0
+// of that of `to`.
+inline bool Connected(INuvMIDIDevice* from, INuvMIDIDevice* to) {
+    _NuvDevInfo ends[2] = {};
+    from->GetDevInfo(ends[0]);
+    to->GetDevInfo(ends[1]);
+    const SequencerView view = SequencerView::Read();
+    const auto client = view.Clients().find(std::atoi(ends[0].UID));
+    return client != view.Clients().end() && client->second.ports.count(0) == 1 &&
+           client->second.ports.at(0).SendsTo({std::atoi(ends[1].UID), 0});
+}
+
+// Stream ends: device `id` whatever its state, a device, a file.
+inline _MIDIDeviceInfo End(int id, int type) {
+    _MIDIDeviceInfo info{};
+    info.id = id;
+    std::snprintf(info.name, sizeof info.name, "device %d", id);
+    info.type = type;
+    return info;
+}
+inline _MIDIDeviceInfo End(INuvMIDIDevice* device, int type) {
+    return End(device != nullptr ? device->GetID() : -1, type);
+}
+inline _MIDIDeviceInfo FileEnd(const std::string& path) {
+    _MIDIDeviceInfo info{};
+    std::snprintf(info.name, sizeof info.name, "%s", path.c_str());
+    info.type = MIDI_DEVICE_TYPE_FILE;
+    return info;
+}
+
+// Writes a MIDI file of `program` chords (20, a reed organ: steady while held) that sounds
+// for `seconds`.
+inline bool WriteSong(const std::string& path, double seconds, int program = 20) {
+    MidiFileWriter song;
+    song.AddProgramChange(0, program, 0);
+    for (double t = 0; t + 0.25 <= seconds; t += 0.25) {
+        song.AddNote(0, 60, 110, t, 0.25);
+        song.AddNote(0, 64, 110, t, 0.25);
+    }
+    song.SetLength(seconds);
+    return song.Write(path);
+}
+
 class ManagerVmTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -164,9 +231,7 @@ protected:
         ASSERT_GE(m_keyboards.size(), 2u) << "the VM has two virtual keyboards";
         ASSERT_NE(nullptr, NuvMIDIEntry::GetInstance());
         m_manager = NuvMIDIEntry::GetDeviceManagerInstance();
-        for (const VirtualKeyboard& keyboard : m_keyboards)
-            ASSERT_TRUE(
-                WaitFor([&] { return m_manager->IsConnected(keyboard.ClientName().c_str()); }));
+        ASSERT_TRUE(KeyboardsListed());
     }
     void TearDown() override {
         NuvMIDIEntry::DeleteInstance();
@@ -180,6 +245,13 @@ protected:
     int RendererUsers() const { return NuvMIDIDeviceManagerProbe::RendererUsers(Impl()); }
     bool HasRenderer() const { return NuvMIDIDeviceManagerProbe::HasRenderer(Impl()); }
 
+    // Waits until the library lists both keyboards.
+    bool KeyboardsListed() const {
+        return WaitFor([&] {
+            return m_manager->IsConnected(m_keyboards[0].ClientName().c_str()) == 1 &&
+                   m_manager->IsConnected(m_keyboards[1].ClientName().c_str()) == 1;
+        });
+    }
     // Creates the device of keyboard `index` (0 or 1) without taking it.
     INuvMIDIDevice* CreateKeyboard(int index) {
         return m_manager->CreateDevice(m_keyboards.at(size_t(index)).ClientName().c_str());
@@ -190,22 +262,6 @@ protected:
         return created != nullptr ? m_manager->GetDevice(created->GetID()) : nullptr;
     }
 
-public: // stream ends, also for the USB keyboard tests
-    static _MIDIDeviceInfo End(INuvMIDIDevice* device, int type) {
-        _MIDIDeviceInfo info{};
-        info.id = device != nullptr ? device->GetID() : -1;
-        std::snprintf(info.name, sizeof info.name, "device %d", info.id);
-        info.type = type;
-        return info;
-    }
-    static _MIDIDeviceInfo FileEnd(const std::string& path) {
-        _MIDIDeviceInfo info{};
-        std::snprintf(info.name, sizeof info.name, "%s", path.c_str());
-        info.type = MIDI_DEVICE_TYPE_FILE;
-        return info;
-    }
-
-protected:
     std::vector<VirtualKeyboard> m_keyboards;
     INuvMIDIDeviceManager* m_manager = nullptr;
 };

@@ -1,9 +1,8 @@
 // Real USB MIDI keyboards (vm-run --usb-keyboards) plugged in and pulled out under the host
 // API: they arrive as devices named after their product, their keys reach the host whole and
-// in order, streams reach them (a stopped stream is checked on the virtual keyboards:
-// ManagerStreams); pulled out while the host uses them, the host is told once,
-// their callbacks stop, their streams let go of the renderer and nothing hangs; a replugged
-// keyboard is a new device, and plug cycles leave memory flat. Every test starts
+// in order, streams reach them until stopped; pulled out while the host uses them, the host
+// is told once, their callbacks stop, their streams let go of the renderer and nothing hangs;
+// a replugged keyboard is a new device, and plug cycles leave memory flat. Every test starts
 // and ends with the keyboards unplugged, named "USB Keys 0", "USB Keys 1".
 #include <malloc.h>
 
@@ -11,36 +10,34 @@
 #include <memory>
 #include <set>
 #include <shared_mutex>
-#include <thread>
 
 #include "ManagerVmFixture.h"
 #include "NuvMIDI.h"
-#include "SequencerView.h"
 #include "UsbKeyboard.h"
 
 namespace {
 
 using std::chrono::seconds;
 
-class UsbKeyboards : public ::testing::Test {
+// The USB keyboards are m_usb; the virtual keyboards are the other ends of streams.
+class UsbKeyboards : public ManagerVmTest {
 protected:
     void SetUp() override {
         const std::string unavailable = UsbKeyboard::Unavailable();
         if (!unavailable.empty())
             GTEST_SKIP() << unavailable;
-        m_keyboards = UsbKeyboard::FindAll();
-        ASSERT_GE(m_keyboards.size(), 2u) << "these tests plug two USB keyboards";
-        for (UsbKeyboard& keyboard : m_keyboards) {
+        m_usb = UsbKeyboard::FindAll();
+        ASSERT_GE(m_usb.size(), 2u) << "these tests plug two USB keyboards";
+        for (UsbKeyboard& keyboard : m_usb) {
             ASSERT_TRUE(!keyboard.IsPlugged() || keyboard.Unplug());
             ASSERT_TRUE(keyboard.SetProduct("USB Keys " + std::to_string(keyboard.Index())));
         }
-        ASSERT_NE(nullptr, NuvMIDIEntry::GetInstance());
-        m_manager = NuvMIDIEntry::GetDeviceManagerInstance();
+        ASSERT_NO_FATAL_FAILURE(ManagerVmTest::SetUp());
         ASSERT_EQ(0, m_manager->RegisterCallback(&m_host));
     }
     void TearDown() override {
-        NuvMIDIEntry::DeleteInstance();
-        for (UsbKeyboard& keyboard : m_keyboards)
+        ManagerVmTest::TearDown();
+        for (UsbKeyboard& keyboard : m_usb)
             EXPECT_TRUE(!keyboard.IsPlugged() || keyboard.Unplug());
     }
 
@@ -51,15 +48,11 @@ protected:
     // Plugs the keyboard in and creates its device by its name once the host has been told
     // of it. A replugged keyboard often gets its old client number, and so its old UID.
     INuvMIDIDevice* PlugAndCreate(UsbKeyboard& keyboard) {
-        if (!keyboard.Plug())
-            return nullptr;
-        const std::string uid = Uid(keyboard);
-        if (!WaitFor([&] {
-                return m_host.Told(NUV_EVENT_DEVICE_ATTACHED, uid) >
-                       m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid);
-            }))
-            return nullptr;
-        return m_manager->CreateDevice(keyboard.Product().c_str());
+        const bool told = keyboard.Plug() && WaitFor([&] {
+                              return m_host.Told(NUV_EVENT_DEVICE_ATTACHED, Uid(keyboard)) >
+                                     m_host.Told(NUV_EVENT_DEVICE_DETACHED, Uid(keyboard));
+                          });
+        return told ? m_manager->CreateDevice(keyboard.Product().c_str()) : nullptr;
     }
     // The emulated ARM guest, with host threads calling in, takes longer than the default.
     bool WaitForDeparture(const std::string& uid, size_t count = 1) {
@@ -67,27 +60,13 @@ protected:
         return WaitFor([&] { return m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid) == count; },
                        deadline);
     }
-    // The first virtual keyboard's device: the other end of streams.
-    INuvMIDIDevice* VirtualDevice() {
-        m_virtuals = VirtualKeyboard::FindAll();
-        const std::string name = m_virtuals.empty() ? "" : m_virtuals[0].ClientName();
-        if (!WaitFor([&] { return m_manager->IsConnected(name.c_str()) == 1; }))
-            return nullptr;
-        return m_manager->CreateDevice(name.c_str());
-    }
-    int RendererUsers() const {
-        return NuvMIDIDeviceManagerProbe::RendererUsers(
-            static_cast<NuvMIDIDeviceManager*>(m_manager));
-    }
 
-    std::vector<UsbKeyboard> m_keyboards;
-    std::vector<VirtualKeyboard> m_virtuals;
-    INuvMIDIDeviceManager* m_manager = nullptr;
+    std::vector<UsbKeyboard> m_usb;
     HostLog m_host; // outlives the library: TearDown destroys it first
 };
 
 TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder) {
-    UsbKeyboard& keyboard = m_keyboards[0];
+    UsbKeyboard& keyboard = m_usb[0];
     INuvMIDIDevice* device = PlugAndCreate(keyboard);
     ASSERT_NE(nullptr, device);
     _NuvDevInfo info{};
@@ -117,16 +96,17 @@ TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder
         {{0xF0, 0x7E, 0x7F, 0x06, 0x01, 0xF7, 0x91, 62, 90}, 16, 1, 62, 90},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
-        ASSERT_TRUE(keyboard.Play(cases[i].bytes));
-        ASSERT_TRUE(WaitFor([&] { return m_host.Of(id).size() > i; })) << cases[i].code;
-        const HostLog::Entry entry = m_host.Of(id)[i];
-        const _MIDIMessage& msg = entry.message;
-        EXPECT_EQ(cases[i].code, entry.event);
-        EXPECT_EQ(cases[i].channel, msg.channel) << cases[i].code;
-        EXPECT_TRUE(cases[i].param == kAny || cases[i].param == msg.param) << cases[i].code;
-        EXPECT_EQ(cases[i].value, msg.value) << cases[i].code;
-        if (cases[i].code >= 20) {
-            EXPECT_EQ(std::string(256, '\0'), std::string(msg.text, 256)) << cases[i].code;
+        const auto& c = cases[i];
+        SCOPED_TRACE(c.code);
+        ASSERT_TRUE(keyboard.Play(c.bytes));
+        ASSERT_TRUE(WaitFor([&] { return m_host.Of(id).size() > i; }));
+        const _MIDIMessage msg = m_host.Of(id)[i].message;
+        EXPECT_EQ(c.code, m_host.Of(id)[i].event);
+        EXPECT_EQ(c.channel, msg.channel);
+        EXPECT_TRUE(c.param == kAny || c.param == msg.param);
+        EXPECT_EQ(c.value, msg.value);
+        if (c.code >= 20) {
+            EXPECT_EQ(std::string(256, '\0'), std::string(msg.text, 256));
         }
     }
 
@@ -145,44 +125,32 @@ TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder
     }
 }
 
-TEST_F(UsbKeyboards, AStreamToTheKeyboardReachesItsGadgetSideUntilStopped) {
-    UsbKeyboard& keyboard = m_keyboards[0];
-    INuvMIDIDevice* usb = PlugAndCreate(keyboard);
-    INuvMIDIDevice* source = VirtualDevice();
-    ASSERT_TRUE(usb != nullptr && source != nullptr);
-    _MIDIDeviceInfo src = ManagerVmTest::End(source, MIDI_DEVICE_TYPE_SOURCE);
-    _MIDIDeviceInfo dst = ManagerVmTest::End(usb, MIDI_DEVICE_TYPE_DESTINATION);
-
-    ASSERT_EQ(1, m_manager->StartStream(&src, &dst));
-    ASSERT_TRUE(m_virtuals[0].Write({0x90, 60, 100, 0xB0, 64, 127}));
-    EXPECT_EQ((std::vector<uint8_t>{0x90, 60, 100, 0xB0, 64, 127}), keyboard.Listen(6, seconds(5)));
-    ASSERT_EQ(0, m_manager->StopStream(&src, &dst));
-    const SequencerView view = SequencerView::Read();
-    EXPECT_FALSE(
-        view.Clients().at(m_virtuals[0].Client()).ports.at(0).SendsTo({keyboard.Client(), 0}));
-    ASSERT_TRUE(m_virtuals[0].Write({0x80, 60, 0}));
-    EXPECT_TRUE(keyboard.Listen(1, std::chrono::milliseconds(300)).empty());
-}
-
+// A stream to the keyboard reaches its gadget side until it is stopped; started again, it
+// and a stream from the keyboard run when the keyboard is pulled out.
 TEST_F(UsbKeyboards, PulledOutWhileKeysFlowAndStreamsRunThenPluggedInAsANewDevice) {
-    UsbKeyboard& keyboard = m_keyboards[0];
+    UsbKeyboard& keyboard = m_usb[0];
     INuvMIDIDevice* usb = PlugAndCreate(keyboard);
-    INuvMIDIDevice* other = VirtualDevice();
+    INuvMIDIDevice* other = CreateKeyboard(0);
     ASSERT_TRUE(usb != nullptr && other != nullptr);
     const int id = usb->GetID();
     const std::string uid = Uid(keyboard);
     ASSERT_EQ(usb, m_manager->GetDevice(id));
     ASSERT_EQ(1, usb->RegisterCallback(&m_host));
-    _MIDIDeviceInfo toUsb[2] = {ManagerVmTest::End(other, MIDI_DEVICE_TYPE_SOURCE),
-                                ManagerVmTest::End(usb, MIDI_DEVICE_TYPE_DESTINATION)};
-    _MIDIDeviceInfo fromUsb[2] = {ManagerVmTest::End(usb, MIDI_DEVICE_TYPE_SOURCE),
-                                  ManagerVmTest::End(other, MIDI_DEVICE_TYPE_DESTINATION)};
+    _MIDIDeviceInfo toUsb[2] = {End(other, MIDI_DEVICE_TYPE_SOURCE),
+                                End(usb, MIDI_DEVICE_TYPE_DESTINATION)};
+    _MIDIDeviceInfo fromUsb[2] = {End(usb, MIDI_DEVICE_TYPE_SOURCE),
+                                  End(other, MIDI_DEVICE_TYPE_DESTINATION)};
+    ASSERT_EQ(1, m_manager->StartStream(&toUsb[0], &toUsb[1]));
+    ASSERT_TRUE(m_keyboards[0].Write({0x90, 60, 100, 0xB0, 64, 127}));
+    EXPECT_EQ((std::vector<uint8_t>{0x90, 60, 100, 0xB0, 64, 127}), keyboard.Listen(6, seconds(5)))
+        << "the stream reaches the keyboard";
+    ASSERT_EQ(0, m_manager->StopStream(&toUsb[0], &toUsb[1]));
+    EXPECT_FALSE(Connected(other, usb));
+    ASSERT_TRUE(m_keyboards[0].Write({0x80, 60, 0}));
+    EXPECT_TRUE(keyboard.Listen(1, std::chrono::milliseconds(300)).empty()) << "nor after a stop";
     ASSERT_EQ(1, m_manager->StartStream(&toUsb[0], &toUsb[1]));
     ASSERT_EQ(1, m_manager->StartStream(&fromUsb[0], &fromUsb[1]));
     ASSERT_EQ(3, RendererUsers()) << "the device taken and two streams";
-    ASSERT_TRUE(m_virtuals[0].Write({0x90, 60, 100, 0xB0, 64, 127}));
-    EXPECT_EQ((std::vector<uint8_t>{0x90, 60, 100, 0xB0, 64, 127}), keyboard.Listen(6, seconds(5)))
-        << "the stream reaches the keyboard";
 
     Player player(
         [&](uint8_t note) {
@@ -221,9 +189,9 @@ TEST_F(UsbKeyboards, PulledOutWhileKeysFlowAndStreamsRunThenPluggedInAsANewDevic
 TEST_F(UsbKeyboards, TwoKeyboardsOfOneProductAreBothListedCreatedAndHeard) {
     std::string uids[2];
     for (int k = 0; k < 2; ++k) {
-        ASSERT_TRUE(m_keyboards[size_t(k)].SetProduct("Twin Keys"));
-        ASSERT_TRUE(m_keyboards[size_t(k)].Plug());
-        uids[k] = Uid(m_keyboards[size_t(k)]);
+        ASSERT_TRUE(m_usb[size_t(k)].SetProduct("Twin Keys"));
+        ASSERT_TRUE(m_usb[size_t(k)].Plug());
+        uids[k] = Uid(m_usb[size_t(k)]);
         ASSERT_TRUE(WaitFor([&] { return m_host.Told(NUV_EVENT_DEVICE_ATTACHED, uids[k]); }));
     }
     ASSERT_NE(uids[0], uids[1]);
@@ -242,7 +210,7 @@ TEST_F(UsbKeyboards, TwoKeyboardsOfOneProductAreBothListedCreatedAndHeard) {
         ASSERT_NE(nullptr, device);
         EXPECT_EQ(listed[0] == uids[k], device == byName) << "one device per keyboard";
         ASSERT_EQ(1, device->RegisterCallback(&m_host));
-        ASSERT_TRUE(m_keyboards[size_t(k)].Play({0x90, uint8_t(70 + k), 100}));
+        ASSERT_TRUE(m_usb[size_t(k)].Play({0x90, uint8_t(70 + k), 100}));
         ASSERT_TRUE(WaitFor([&] { return m_host.Of(device->GetID()).size() == 1; }));
         EXPECT_EQ(70 + k, m_host.Of(device->GetID())[0].message.param);
     }
@@ -275,7 +243,7 @@ public:
 };
 
 TEST_F(UsbKeyboards, PulledOutWhileHostThreadsCallIntoItsDevice) {
-    UsbKeyboard& keyboard = m_keyboards[0];
+    UsbKeyboard& keyboard = m_usb[0];
     const std::string name = keyboard.Product();
     // On the heap: ThreadSanitizer keeps the identity of a mutex that lived at a stack
     // address before (a std::mutex says nothing when it goes).
@@ -284,59 +252,42 @@ TEST_F(UsbKeyboards, PulledOutWhileHostThreadsCallIntoItsDevice) {
     CountingHostCallback listener;
     LibraryGoesFirst library;
     host.device = PlugAndCreate(keyboard);
-    INuvMIDIDevice* other = VirtualDevice();
+    INuvMIDIDevice* other = CreateKeyboard(0);
     ASSERT_TRUE(host.device != nullptr && other != nullptr);
     host.id = host.device->GetID();
     const std::string uid = Uid(keyboard);
     ASSERT_EQ(0, m_manager->RegisterCallback(&host));
 
-    std::atomic<bool> stop{false};
     std::atomic<int> calls{0};
-    std::vector<std::thread> threads;
-    // Stops and joins the host threads however the test leaves: a failed assertion would
-    // otherwise destroy joinable threads and end the whole test binary.
-    struct Joiner {
-        std::atomic<bool>& stop;
-        std::vector<std::thread>& threads;
-        void Join() {
-            stop = true;
-            for (std::thread& thread : threads)
-                if (thread.joinable())
-                    thread.join();
-        }
-        ~Joiner() { Join(); }
-    } joiner{stop, threads};
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            _MIDIDeviceInfo src = ManagerVmTest::End(other, MIDI_DEVICE_TYPE_SOURCE);
-            _MIDIDeviceInfo dst = ManagerVmTest::End(nullptr, MIDI_DEVICE_TYPE_DESTINATION);
-            dst.id = host.id;
-            for (int i = t; !stop; ++i, ++calls) {
-                if (i % 5 == 0) {
-                    m_manager->CreateDevice(name.c_str());
-                } else if (i % 5 == 1) {
-                    m_manager->GetDevice(host.id);
-                } else if (i % 5 == 2) {
-                    if (m_manager->StartStream(&src, &dst) == 1)
-                        m_manager->StopStream(&src, &dst);
-                } else if (!host.leaving) {
-                    std::shared_lock<std::shared_timed_mutex> lock(host.deviceLock);
-                    if (host.device == nullptr)
-                        continue;
-                    _MIDIMessage note = Message(0, 60, 100);
-                    host.device->SendMessage(MIDI_EVENT_NOTE_ON, note);
-                    host.device->RegisterCallback(&listener);
-                    host.device->UnregisterCallback(&listener);
-                }
+    HostThreads threads(4, [&](int t, const std::atomic<bool>& stop) {
+        _MIDIDeviceInfo src = End(other, MIDI_DEVICE_TYPE_SOURCE);
+        _MIDIDeviceInfo dst = End(host.id, MIDI_DEVICE_TYPE_DESTINATION);
+        for (int i = t; !stop; ++i, ++calls) {
+            if (i % 5 == 0) {
+                m_manager->CreateDevice(name.c_str());
+            } else if (i % 5 == 1) {
+                m_manager->GetDevice(host.id);
+            } else if (i % 5 == 2) {
+                if (m_manager->StartStream(&src, &dst) == 1)
+                    m_manager->StopStream(&src, &dst);
+            } else if (!host.leaving) {
+                std::shared_lock<std::shared_timed_mutex> lock(host.deviceLock);
+                if (host.device == nullptr)
+                    continue;
+                _MIDIMessage note = Message(0, 60, 100);
+                host.device->SendMessage(MIDI_EVENT_NOTE_ON, note);
+                host.device->RegisterCallback(&listener);
+                host.device->UnregisterCallback(&listener);
             }
-        });
+        }
+    });
     ASSERT_TRUE(WaitFor([&] { return calls > 400; }, seconds(10)));
     ASSERT_TRUE(keyboard.Unplug());
     ASSERT_TRUE(WaitForDeparture(uid));
     const int atDeparture = calls;
     EXPECT_TRUE(WaitFor([&] { return calls > atDeparture + 400; }, seconds(10)))
         << "host calls go on after the departure";
-    joiner.Join();
+    threads.Stop();
 
     EXPECT_TRUE(WaitFor([&] { return host.Gone(); })) << "the departure names the device";
     EXPECT_EQ(nullptr, m_manager->GetDevice(host.id));
@@ -359,21 +310,22 @@ long HeapInUseKiB() {
 // arrival by its UID and listens to it.
 TEST_F(UsbKeyboards, SixtyPlugCyclesLeaveMemoryFlatAndNoDeviceBehind) {
     constexpr int kCycles = 60;
-    UsbKeyboard& keyboard = m_keyboards[0];
+    UsbKeyboard& keyboard = m_usb[0];
     std::set<int> ids;
     CountingHostCallback listener;
     long heap[2] = {};
     for (int cycle = 1; cycle <= kCycles; ++cycle) {
+        SCOPED_TRACE(cycle);
         INuvMIDIDevice* device = PlugAndCreate(keyboard);
-        ASSERT_NE(nullptr, device) << "cycle " << cycle;
+        ASSERT_NE(nullptr, device);
         ASSERT_TRUE(ids.insert(device->GetID()).second) << "every device id is new";
         ASSERT_EQ(1, device->RegisterCallback(&listener));
         ASSERT_TRUE(keyboard.Play({0x90, 60, 100}));
-        ASSERT_TRUE(WaitFor([&] { return listener.calls == cycle; })) << "cycle " << cycle;
+        ASSERT_TRUE(WaitFor([&] { return listener.calls == cycle; }));
         const std::string uid = Uid(keyboard);
         const size_t gone = m_host.Told(NUV_EVENT_DEVICE_DETACHED, uid);
         ASSERT_TRUE(keyboard.Unplug());
-        ASSERT_TRUE(WaitForDeparture(uid, gone + 1)) << "cycle " << cycle;
+        ASSERT_TRUE(WaitForDeparture(uid, gone + 1));
         if (cycle == kCycles / 2 || cycle == kCycles)
             heap[cycle / kCycles] = HeapInUseKiB();
     }
