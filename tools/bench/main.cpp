@@ -65,13 +65,26 @@ nuv_audio_out_stats_s AudioStats() {
     return stats;
 }
 
+// Each processor of the emulated machine is a thread of the host, which may stop one while
+// the other runs on: a stall shows only to a watch on the processor that stalled. Either
+// one's stall can run an output dry (the loopback card's clock runs on whichever processor
+// armed it, and plays what a stall held back at once).
+class MachineStalls {
+public:
+    double LongestMs() const { return std::max(m_each[0].LongestMs(), m_each[1].LongestMs()); }
+    void Reset() {
+        for (StallWatch& watch : m_each)
+            watch.Reset();
+    }
+
+private:
+    StallWatch m_each[2]{StallWatch(0), StallWatch(1)};
+};
+
 // Whether the underruns of a key-to-sound row come with machine stalls: for each note, did
-// the output run dry, and what was the longest stall meanwhile. Each processor of the
-// emulated machine is a thread of the host, which may stop one while the other runs on, so
-// each has a watch of its own; either one's stall can run the output dry (the loopback
-// card's clock runs on whichever processor armed it, and plays what a stall held back at
-// once). A writer woken with the target less a period queued, on a card that moves a period
-// at a time, can run dry after a stall of the target less two periods.
+// the output run dry, and what was the longest stall meanwhile. A writer woken with the
+// target less a period queued, on a card that moves a period at a time, can run dry after a
+// stall of the target less two periods.
 class NoteStalls {
 public:
     explicit NoteStalls(std::string row) : m_row(std::move(row)) {}
@@ -79,7 +92,7 @@ public:
     void NextNote() {
         const nuv_audio_out_stats_s now = AudioStats();
         if (m_open) {
-            const double stall = std::max(m_stalls[0].LongestMs(), m_stalls[1].LongestMs());
+            const double stall = m_stalls.LongestMs();
             const bool dry = now.underruns != m_underruns;
             const bool stalled = stall >= m_targetMs - 2 * kPeriodMs;
             m_longest = std::max(m_longest, stall);
@@ -92,8 +105,7 @@ public:
         m_open = true;
         m_underruns = now.underruns;
         m_targetMs = double(now.fill_target_frames) / 48;
-        for (StallWatch& watch : m_stalls)
-            watch.Reset();
+        m_stalls.Reset();
     }
     void AddTo(Runs& runs, std::vector<std::string>& notes) {
         NextNote();
@@ -112,7 +124,7 @@ public:
 private:
     static constexpr double kPeriodMs = 4;
     const std::string m_row;
-    StallWatch m_stalls[2]{StallWatch(0), StallWatch(1)};
+    MachineStalls m_stalls;
     bool m_open = false;
     uint64_t m_underruns = 0;
     double m_targetMs = 0, m_longest = 0;
@@ -308,7 +320,7 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
     const std::string song = WriteSong(o.songSeconds);
     {
         const nuv_audio_out_stats_s before = AudioStats();
-        StallWatch stalls;
+        MachineStalls stalls;
         const CpuReading playing =
             CpuWhilePlaying(host, synth, song, o.songSeconds, IsLibraryThread);
         runs.Add("file stall", stalls.LongestMs());
@@ -371,7 +383,7 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
     for (const char* timing : {"sample", "system"}) {
         const std::string figure = std::string("file fluidsynth ") + timing;
         ChildProcess fluidsynth;
-        StallWatch stalls;
+        MachineStalls stalls;
         if (StartFluidsynth(fluidsynth,
                             {"-o", "audio.period-size=192", "-o", "audio.periods=8", "-o",
                              std::string("player.timing-source=") + timing},
@@ -570,8 +582,8 @@ int main(int argc, char** argv) {
         "1, 16, 128 callbacks (latency: send to the last callback's call). Senders run on the "
         "second processor; the watcher's CPU time is divided by the events sent.\n"
         "- Machine stall: the longest a thread at the highest real-time priority overslept a "
-        "1 ms sleep (its processor of the emulated machine not running; the key-to-sound rows "
-        "watch each processor); a stall longer than the fill target less two periods can run "
+        "1 ms sleep on either processor (that processor of the emulated machine not running); "
+        "a stall longer than the fill target less two periods can run "
         "an output dry.\n",
         options.inputEvents, options.notes, options.notes, options.songSeconds, options.idleSeconds,
         options.fanEvents, kCallbackRate, kCallbackRate);
