@@ -6,41 +6,24 @@
 #ifndef NUV_MEASURE_STALL_WATCH_H
 #define NUV_MEASURE_STALL_WATCH_H
 
-#include <pthread.h>
-#include <sched.h>
-
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 class StallWatch {
 public:
-    StallWatch() : m_thread([this] { m_Run(); }) {}
-    ~StallWatch() {
-        m_stop = true;
-        m_thread.join();
-    }
+    // Watches the processor numbered `cpu` alone, or whichever it is put on (-1).
+    explicit StallWatch(int cpu = -1);
+    ~StallWatch();
+    StallWatch(const StallWatch&) = delete;
+    StallWatch& operator=(const StallWatch&) = delete;
 
     // The longest stall since the start or the last Reset, in milliseconds.
     double LongestMs() const { return m_longestNs.load() / 1e6; }
     void Reset() { m_longestNs = 0; }
 
 private:
-    void m_Run() {
-        // Named, so that a measurement of a process's threads can leave this one out.
-        pthread_setname_np(pthread_self(), "stall watch");
-        sched_param param{};
-        param.sched_priority = sched_get_priority_max(SCHED_FIFO);
-        pthread_setschedparam(pthread_self(), SCHED_FIFO, &param); // where allowed
-        const auto step = std::chrono::milliseconds(1);
-        while (!m_stop) {
-            const auto before = std::chrono::steady_clock::now();
-            std::this_thread::sleep_for(step);
-            const std::chrono::nanoseconds late = std::chrono::steady_clock::now() - before - step;
-            if (late.count() > m_longestNs)
-                m_longestNs = late.count();
-        }
-    }
+    void m_Run();
+    const int m_cpu;
     std::atomic<bool> m_stop{false};
     std::atomic<long long> m_longestNs{0};
     std::thread m_thread;
