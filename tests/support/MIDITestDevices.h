@@ -1,5 +1,5 @@
-// Building blocks for tests of connectors and devices: messages, a synthesizer of the
-// test's own, a candidate record as the watcher makes it for one client, a host callback.
+// Building blocks for tests of connectors and devices: messages, a candidate record as the
+// watcher makes it for one client, a host callback.
 #ifndef NUV_TEST_MIDI_TEST_DEVICES_H
 #define NUV_TEST_MIDI_TEST_DEVICES_H
 
@@ -10,7 +10,6 @@
 #include <atomic>
 
 #include "NuvCallback"
-#include "NuvMIDISeqSynth.h"
 #include "NuvMIDITypes.h"
 
 // A message with the given fields, every other byte zero.
@@ -24,24 +23,9 @@ inline _MIDIMessage Message(int channel, int param, int value, int duration = 0)
     return msg;
 }
 
-// The library's synthesizer without a sequencer: no MIDI driver, no default font.
-class TestSynthesizer {
-public:
-    TestSynthesizer() { m_owner.CreateSynthesizer(NuvMIDISeqSynth::Kind::kBare); }
-
-    fluid_synth_t* Get() const { return m_owner.Synth(); }
-    NuvMIDISeqSynth* Owner() { return &m_owner; }
-
-private:
-    NuvMIDISeqSynth m_owner;
-};
-
 // The candidate of one sequencer client, with the client information it owns.
 struct TestCandidate {
-    TestCandidate(int clientNumber, const char* name, fluid_synth_t* synth,
-                  snd_seq_t* seq = nullptr, int port = 0) {
-        memset(&info, 0, sizeof(info));
-        memset(&client, 0, sizeof(client));
+    TestCandidate(int clientNumber, const char* name, fluid_synth_t* synth) {
         snprintf(info.devInfo.UID, sizeof(info.devInfo.UID), "%d", clientNumber);
         snprintf(info.devInfo.deviceName, sizeof(info.devInfo.deviceName), "%s", name);
         info.devInfo.type = NUV_DEVICE_TYPE_MIDI;
@@ -49,16 +33,14 @@ struct TestCandidate {
         memcpy(info.key, info.devInfo.UID, sizeof(info.key));
         info.alive = 1;
         info.pExtraInfo = &client;
-        client.seq = seq;
         client.synth = synth;
         client.client = clientNumber;
-        client.port = port;
     }
     TestCandidate(const TestCandidate&) = delete;
     TestCandidate& operator=(const TestCandidate&) = delete;
 
-    _NuvDetailDevInfo info;
-    _MIDIClientInfo client;
+    _NuvDetailDevInfo info{};
+    _MIDIClientInfo client{};
 };
 
 // A host callback that counts its calls.

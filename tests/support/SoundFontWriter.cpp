@@ -1,10 +1,11 @@
 #include "SoundFontWriter.h"
 
+#include <gtest/gtest.h>
 #include <math.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <initializer_list>
 #include <utility>
 
@@ -114,15 +115,10 @@ std::vector<uint8_t> BuildSoundFont(const std::vector<SoundFontPreset>& presets)
 }
 
 TempFile::TempFile(const std::string& suffix) {
-    const char* dir = getenv("TMPDIR");
-    std::string pattern = std::string(dir != nullptr ? dir : "/tmp") + "/nuv-test-XXXXXX" + suffix;
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
+    std::string name = ::testing::TempDir() + "nuv-test-XXXXXX" + suffix;
     const int fd = mkstemps(name.data(), static_cast<int>(suffix.size()));
-    if (fd >= 0) {
-        close(fd);
-        m_path = name.data();
-    }
+    if (fd >= 0 && close(fd) == 0)
+        m_path = name;
 }
 
 TempFile::~TempFile() {
@@ -131,9 +127,7 @@ TempFile::~TempFile() {
 }
 
 bool TempFile::Write(const std::vector<uint8_t>& bytes) const {
-    FILE* file = fopen(m_path.c_str(), "wb");
-    if (file == nullptr)
-        return false;
-    const bool written = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return fclose(file) == 0 && written;
+    std::ofstream file(m_path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return bool(file.flush());
 }

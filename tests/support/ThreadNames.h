@@ -1,27 +1,26 @@
-// Names of the calling process's threads, to tell whether a thread is running.
+// The calling process's threads by name, to tell whether a thread is running.
 #ifndef NUV_TEST_THREAD_NAMES_H
 #define NUV_TEST_THREAD_NAMES_H
 
-#include <dirent.h>
-
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
+
+// The /proc directories of the threads named `name`.
+inline std::vector<std::filesystem::path> ThreadsNamed(const std::string& name) {
+    std::vector<std::filesystem::path> threads;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string comm;
+        std::getline(std::ifstream(task.path() / "comm"), comm);
+        if (comm == name)
+            threads.push_back(task.path());
+    }
+    return threads;
+}
 
 inline int CountThreadsNamed(const std::string& name) {
-    int count = 0;
-    DIR* tasks = opendir("/proc/self/task");
-    if (tasks == nullptr)
-        return -1;
-    while (dirent* entry = readdir(tasks)) {
-        if (entry->d_name[0] == '.')
-            continue;
-        std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
-        std::string text;
-        std::getline(comm, text);
-        count += text == name;
-    }
-    closedir(tasks);
-    return count;
+    return int(ThreadsNamed(name).size());
 }
 
 #endif

@@ -11,6 +11,7 @@
 #include "LogCapture.h"
 #include "MIDITestDevices.h"
 #include "NuvMIDIConnector.h"
+#include "RendererRig.h"
 #include "SoundFontWriter.h"
 #include "WaitFor.h"
 
@@ -31,9 +32,9 @@ protected:
         return presets;
     }
 
-    TestSynthesizer m_synth;
-    TestCandidate m_candidate{20, "Keyboard", m_synth.Get()};
-    NuvMIDIConnector m_connector{&m_candidate.info, nullptr, m_synth.Owner()};
+    RendererRig m_rig; // its synthesizer, without the renderer
+    TestCandidate m_candidate{20, "Keyboard", m_rig.synth};
+    NuvMIDIConnector m_connector{&m_candidate.info, nullptr, &m_rig.owner};
     std::vector<std::unique_ptr<TempFile>> m_fonts;
 };
 

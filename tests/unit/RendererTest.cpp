@@ -1,7 +1,6 @@
 // The renderer: what reaches the output at rest and after MIDI, and an output that cannot be
 // opened (the manager makes a renderer for each first user: none starts twice). The
 // synthesizer is a real FluidSynth one, the output the WAV sink.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include "LogCapture.h"
 #include "PcmAnalysis.h"
 #include "RendererRig.h"
+#include "SoundFontWriter.h"
 #include "ThreadNames.h"
 #include "WaitFor.h"
 #include "nuv_audio_out.h"
@@ -25,15 +25,13 @@ const char* const kFont = "/usr/share/sounds/sf2/TimGM6mb.sf2";
 class Renderer : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_wav = ::testing::TempDir() + "nuv_renderer_" + std::to_string(getpid()) + ".wav";
-        nuv_audio_out_set_wav_file(m_wav.c_str());
+        nuv_audio_out_set_wav_file(m_wav.Path().c_str());
         sound_manager_get_volume(SOUND_TYPE_SYSTEM, &m_savedVolume);
     }
     void TearDown() override {
         nuv_audio_out_set_wav_file(nullptr);
         nuv_audio_out_set_device(nullptr);
         sound_manager_set_volume(SOUND_TYPE_SYSTEM, m_savedVolume);
-        unlink(m_wav.c_str());
     }
 
     void CreateRenderer() {
@@ -52,23 +50,16 @@ protected:
     // Context switches of the renderer thread so far: how often it has slept and woken.
     static long RendererSwitches() {
         long total = 0;
-        DIR* tasks = opendir("/proc/self/task");
-        while (dirent* entry = readdir(tasks)) {
-            const std::string dir = std::string("/proc/self/task/") + entry->d_name;
-            std::string name, line;
-            std::getline(std::ifstream(dir + "/comm"), name);
-            if (name != "NuvMIDIRenderer")
-                continue;
-            std::ifstream status(dir + "/status");
-            while (std::getline(status, line))
+        for (const auto& thread : ThreadsNamed("NuvMIDIRenderer")) {
+            std::ifstream status(thread / "status");
+            for (std::string line; std::getline(status, line);)
                 if (line.find("ctxt_switches:") != std::string::npos)
                     total += std::stol(line.substr(line.find(':') + 1));
         }
-        closedir(tasks);
         return total;
     }
     RendererRig m_rig;
-    std::string m_wav;
+    TempFile m_wav{".wav"};
     int m_savedVolume = 15;
 };
 
@@ -106,7 +97,7 @@ TEST_F(Renderer, AnIdleSynthesizerWritesNoSoundAndTheRestingThreadWakesOnlyForMI
     ASSERT_TRUE(WaitFor([&] { return FramesWritten() >= quiet + 48000 / 4; }));
     m_rig.renderer.StopRenderer();
     Pcm pcm;
-    ASSERT_TRUE(ReadWav(m_wav, pcm));
+    ASSERT_TRUE(ReadWav(m_wav.Path(), pcm));
     ASSERT_GE(pcm.Frames(), size_t(48000 / 4));
     // The file begins with the frames written before the quiet window, with the silence of
     // any stall between them: what idle wrote is dither of one step.

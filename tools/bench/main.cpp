@@ -6,13 +6,17 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "ChildProcess.h"
+#include "EchoAnchor.h"
 #include "FanOut.h"
 #include "Latency.h"
 #include "Load.h"
@@ -60,6 +64,73 @@ nuv_audio_out_stats_s AudioStats() {
     nuv_audio_out_get_stats(&stats);
     return stats;
 }
+
+// Each processor of the emulated machine is a thread of the host, which may stop one while
+// the other runs on: a stall shows only to a watch on the processor that stalled. Either
+// one's stall can run an output dry (the loopback card's clock runs on whichever processor
+// armed it, and plays what a stall held back at once).
+class MachineStalls {
+public:
+    double LongestMs() const { return std::max(m_each[0].LongestMs(), m_each[1].LongestMs()); }
+    void Reset() {
+        for (StallWatch& watch : m_each)
+            watch.Reset();
+    }
+
+private:
+    StallWatch m_each[2]{StallWatch(0), StallWatch(1)};
+};
+
+// Whether the underruns of a key-to-sound row come with machine stalls: for each note, did
+// the output run dry, and what was the longest stall meanwhile. A writer woken with the
+// target less a period queued, on a card that moves a period at a time, can run dry after a
+// stall of the target less two periods.
+class NoteStalls {
+public:
+    explicit NoteStalls(std::string row) : m_row(std::move(row)) {}
+    // Ends the previous note's record (if any) and starts the next one's.
+    void NextNote() {
+        const nuv_audio_out_stats_s now = AudioStats();
+        if (m_open) {
+            const double stall = m_stalls.LongestMs();
+            const bool dry = now.underruns != m_underruns;
+            const bool stalled = stall >= m_targetMs - 2 * kPeriodMs;
+            m_longest = std::max(m_longest, stall);
+            m_stalled += stalled;
+            m_dryStalled += dry && stalled;
+            m_dryCalm += dry && !stalled;
+            if (dry)
+                m_dryStalls.push_back(Fixed(stall, 1) + "/" + Fixed(m_targetMs, 0));
+        }
+        m_open = true;
+        m_underruns = now.underruns;
+        m_targetMs = double(now.fill_target_frames) / 48;
+        m_stalls.Reset();
+    }
+    void AddTo(Runs& runs, std::vector<std::string>& notes) {
+        NextNote();
+        runs.Add(m_row + " stall", m_longest);
+        runs.Add(m_row + " stalled notes", m_stalled);
+        runs.Add(m_row + " dry stalled", m_dryStalled);
+        runs.Add(m_row + " dry calm", m_dryCalm);
+        std::string list;
+        for (const std::string& s : m_dryStalls)
+            list += (list.empty() ? "" : ", ") + s;
+        notes.push_back("Key to sound, " + m_row +
+                        ": in each note that ran dry, the longest stall / the fill target (ms): " +
+                        (list.empty() ? "none" : list) + ".");
+    }
+
+private:
+    static constexpr double kPeriodMs = 4;
+    const std::string m_row;
+    MachineStalls m_stalls;
+    bool m_open = false;
+    uint64_t m_underruns = 0;
+    double m_targetMs = 0, m_longest = 0;
+    int m_stalled = 0, m_dryStalled = 0, m_dryCalm = 0;
+    std::vector<std::string> m_dryStalls;
+};
 
 // The renderer rests once nothing has been written for a while: it has stopped its output.
 bool WaitForRendererRest() {
@@ -189,9 +260,11 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
             synth->SendMessage(MIDI_EVENT_NOTE_ON, background);
             WaitFor([&] { return capture.RecentRms(20) > 0.0003; });
             nuv_audio_out_stats_s before = AudioStats();
-            StallWatch stalls;
-            AddTimings(runs, "sound running", TimeKeyToSound(keyboard, capture, o.notes, 0.01));
-            runs.Add("sound running stall", stalls.LongestMs());
+            NoteStalls running("sound running");
+            AddTimings(runs, "sound running", TimeKeyToSound(keyboard, capture, o.notes, 0.01, [&] {
+                           running.NextNote();
+                       }));
+            running.AddTo(runs, notes);
             synth->SendMessage(MIDI_EVENT_NOTE_OFF, background);
             nuv_audio_out_stats_s after = AudioStats();
             runs.Add("sound running underruns", double(after.underruns - before.underruns));
@@ -200,10 +273,12 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
             runs.Add("sound running target ms", double(after.fill_target_frames) / 48);
 
             before = AudioStats();
-            stalls.Reset();
-            AddTimings(runs, "sound rest",
-                       TimeKeyToSound(keyboard, capture, o.notes, 0.001, WaitForRendererRest));
-            runs.Add("sound rest stall", stalls.LongestMs());
+            NoteStalls rest("sound rest");
+            AddTimings(runs, "sound rest", TimeKeyToSound(keyboard, capture, o.notes, 0.001, [&] {
+                           WaitForRendererRest();
+                           rest.NextNote();
+                       }));
+            rest.AddTo(runs, notes);
             after = AudioStats();
             runs.Add("sound rest underruns", double(after.underruns - before.underruns));
             runs.Add("sound rest widenings",
@@ -245,7 +320,7 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
     const std::string song = WriteSong(o.songSeconds);
     {
         const nuv_audio_out_stats_s before = AudioStats();
-        StallWatch stalls;
+        MachineStalls stalls;
         const CpuReading playing =
             CpuWhilePlaying(host, synth, song, o.songSeconds, IsLibraryThread);
         runs.Add("file stall", stalls.LongestMs());
@@ -279,6 +354,17 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
     runs.Add("rss half cycles", cycleThenMeasure(o.cycles / 2));
     runs.Add("rss cycles", cycleThenMeasure(o.cycles / 2 - 1));
 
+    std::fprintf(stderr, "the echo anchor...\n");
+    {
+        LoopbackCapture capture;
+        EchoAnchor echo(keyboard);
+        if (echo.IsRunning() && capture.Start())
+            AddTimings(runs, "sound echo", TimeKeyToSound(keyboard, capture, o.notes, 0.001));
+        else
+            notes.push_back("The echo anchor did not start: no floor of key to sound.");
+        capture.Stop();
+    }
+
     std::fprintf(stderr, "the fluidsynth program...\n");
     {
         ChildProcess fluidsynth; // at its default period settings
@@ -290,18 +376,23 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
         capture.Stop();
         Stop(fluidsynth);
     }
-    {
-        // The same file to the same output, with the library's output buffer; the stall
-        // watch runs as it did beside the library.
+    // The same file to the same output, with the library's output buffer; the stall watch
+    // runs as it did beside the library. Once as the program plays a file by default, on
+    // the clock of the samples it renders, and once on the system clock as the library's
+    // player does.
+    for (const char* timing : {"sample", "system"}) {
+        const std::string figure = std::string("file fluidsynth ") + timing;
         ChildProcess fluidsynth;
-        StallWatch stalls;
-        if (StartFluidsynth(fluidsynth, {"-o", "audio.period-size=192", "-o", "audio.periods=8"},
+        MachineStalls stalls;
+        if (StartFluidsynth(fluidsynth,
+                            {"-o", "audio.period-size=192", "-o", "audio.periods=8", "-o",
+                             std::string("player.timing-source=") + timing},
                             song)) {
             const CpuReading playing = MeasureCpu(fluidsynth.Pid(), o.songSeconds);
-            runs.Add("file fluidsynth cpu", playing.percent);
-            runs.Add("file fluidsynth stall", stalls.LongestMs());
-            notes.push_back(
-                "The fluidsynth program playing the file by thread: " + playing.byThread + ".");
+            runs.Add(figure + " cpu", playing.percent);
+            runs.Add(figure + " stall", stalls.LongestMs());
+            notes.push_back(std::string("The fluidsynth program playing the file on the ") +
+                            timing + " clock, by thread: " + playing.byThread + ".");
             fluidsynth.Wait(std::chrono::seconds(20));
         }
         Stop(fluidsynth);
@@ -370,6 +461,8 @@ int main(int argc, char** argv) {
                      "sound fluidsynth median", "<= 15 ms and <= 0.5 x fluidsynth"),
             t.Figure("Key to sound median (ms), after a rest", "sound rest median", 1,
                      "sound fluidsynth median", "<= 15 ms and <= 0.5 x fluidsynth"),
+            t.Figure("Key to sound median (ms), floor: a client answering at once, 2 x 4 ms",
+                     "sound echo median", 1, "sound fluidsynth median"),
             t.Figure("Key to sound p99 (ms), renderer running", "sound running p99", 1,
                      "sound fluidsynth p99"),
             t.Figure("Key to sound p99 (ms), after a rest", "sound rest p99", 1,
@@ -380,8 +473,10 @@ int main(int argc, char** argv) {
                      "", "0"),
             t.Figure("Underruns over the " + Fixed(options.songSeconds, 0) + " s file",
                      "file underruns", 0, "", "0"),
-            t.Figure("CPU playing a file (% of a core)", "file cpu", 1, "file fluidsynth cpu",
-                     "<= 1.0 x fluidsynth"),
+            t.Figure("CPU playing a file (% of a core)", "file cpu", 1,
+                     "file fluidsynth sample cpu", "<= 1.0 x fluidsynth"),
+            t.Figure("... anchor playing on the system clock, as the library", "file cpu", 1,
+                     "file fluidsynth system cpu"),
             t.Figure("Idle CPU, nothing sounding, output stopped (% of a core)", "idle cpu", 2,
                      "idle anchor cpu", "< 0.3 %"),
             t.Figure("Idle wake-ups per second, nothing sounding, output stopped", "idle wakeups",
@@ -422,14 +517,26 @@ int main(int argc, char** argv) {
         more.push_back(t.Figure(what + ": refused", f + " refusals", 0));
     }
     more.push_back(t.Figure("Longest machine stall playing the file (ms): library / fluidsynth",
-                            "file stall", 1, "file fluidsynth stall"));
+                            "file stall", 1, "file fluidsynth sample stall"));
     more.push_back(t.Figure("Key to sound, never heard: running / fluidsynth",
                             "sound running missed", 0, "sound fluidsynth missed"));
     more.push_back(t.Figure("Key to sound, never heard after a rest", "sound rest missed", 0));
+    more.push_back(t.Figure("Key to sound floor: p99 (ms) / never heard", "sound echo p99", 1,
+                            "sound echo missed"));
     more.push_back(t.Figure("Fill target widenings, renderer running / after a rest",
                             "sound running widenings", 0, "sound rest widenings"));
     more.push_back(
         t.Figure("Fill target after the running notes (ms)", "sound running target ms", 1));
+    for (const char* row : {"sound running", "sound rest"}) {
+        const std::string r = row, what = r == "sound rest" ? "after a rest" : "renderer running";
+        more.push_back(t.Figure("Key to sound, " + what + ": longest stall (ms)", r + " stall", 1));
+        more.push_back(t.Figure("Key to sound, " + what +
+                                    ": notes with a stall >= the target less two periods",
+                                r + " stalled notes", 0));
+        more.push_back(
+            t.Figure("Key to sound, " + what + ": notes run dry with / without such a stall",
+                     r + " dry stalled", 0, r + " dry calm"));
+    }
     more.push_back(t.Figure("Input events never arrived: library / anchor", "input library missed",
                             0, "input anchor missed"));
     more.push_back(t.Figure("Burst: delivered of " + std::to_string(options.burstEvents),
@@ -459,10 +566,14 @@ int main(int argc, char** argv) {
         "renderer running (a quiet organ far below the onset level holds a voice), %d after "
         "the renderer has rested (its output stopped). Anchor: the fluidsynth program at its "
         "default period settings, same font, rate, gain and polyphony, always running; its "
-        "underruns are not counted.\n"
+        "underruns are not counted. Floor: a sequencer client of its own, subscribed to the "
+        "keyboard, that answers a note-on with full-scale sound in the next period it writes "
+        "to an output of 2 x 192 frames, at the renderer's priority; nothing is synthesized, "
+        "so what it takes is the way there and back that every player pays.\n"
         "- CPU playing a file: the library playing a %.0f s two-voice file through its file "
         "player, the whole process; anchor: the fluidsynth program playing the same file to "
-        "the same ALSA output with the library's output buffer (8 x 192 frames).\n"
+        "the same ALSA output with the library's output buffer (8 x 192 frames), on its "
+        "default sample clock and, as the library's player, on the system clock.\n"
         "- Idle: the library with its renderer resting (nothing sounding, output stopped), "
         "its threads over %.0f s; anchor: the poll() client waiting for input meanwhile. A "
         "wake-up is the scheduler putting a thread on a processor.\n"
@@ -471,8 +582,9 @@ int main(int argc, char** argv) {
         "1, 16, 128 callbacks (latency: send to the last callback's call). Senders run on the "
         "second processor; the watcher's CPU time is divided by the events sent.\n"
         "- Machine stall: the longest a thread at the highest real-time priority overslept a "
-        "1 ms sleep (the emulated machine not running); a stall longer than the fill target "
-        "runs any output dry.\n",
+        "1 ms sleep on either processor (that processor of the emulated machine not running); "
+        "a stall longer than the fill target less two periods can run "
+        "an output dry.\n",
         options.inputEvents, options.notes, options.notes, options.songSeconds, options.idleSeconds,
         options.fanEvents, kCallbackRate, kCallbackRate);
     for (const std::string& note : notes)

@@ -19,26 +19,27 @@ public:
 
     // Starts argv[0] (a path).
     bool Start(const std::vector<std::string>& argv);
-    // Reads the output until standard output holds `text`; false when the child ended or
-    // the time ran out first.
+    // Waits until standard output holds `text`; false when the child ended or the time ran
+    // out first.
     bool WaitForOutput(const std::string& text, std::chrono::milliseconds timeout);
     void Signal(int signal);
     pid_t Pid() const { return m_pid; }
-    // Reads the rest of the output until the child has exited; false (and the child
-    // killed) when it has not within `timeout`.
+    // Waits until the child has exited; false (and the child killed) when it has not within
+    // `timeout`.
     bool Wait(std::chrono::milliseconds timeout);
 
     // The exit code, or 128 + the signal that ended the child.
     int Status() const { return m_status; }
+    // What the child wrote, as of the last wait.
     const std::string& Out() const { return m_out; }
     const std::string& Err() const { return m_err; }
 
 private:
-    // Reads what is there, waiting at most until `deadline`; false once both are closed.
-    bool m_Read(std::chrono::steady_clock::time_point deadline);
-    void m_Reap(bool block);
+    // Reaps the child if it has ended (or once it does, with `block`), then reads its output.
+    void m_Update(bool block);
 
     pid_t m_pid = -1;
+    // Memory files the child writes its output to: never full, so it never blocks on them.
     int m_outFd = -1;
     int m_errFd = -1;
     int m_status = -1;

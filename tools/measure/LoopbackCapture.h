@@ -19,8 +19,6 @@ class LoopbackCapture {
 public:
     explicit LoopbackCapture(std::string pcmName = "hw:Loopback,1,0");
     ~LoopbackCapture();
-    LoopbackCapture(const LoopbackCapture&) = delete;
-    LoopbackCapture& operator=(const LoopbackCapture&) = delete;
 
     // Opens the capture and records on a thread of its own until Stop.
     bool Start(std::string* problem = nullptr);

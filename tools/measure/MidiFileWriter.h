@@ -15,7 +15,7 @@ public:
     void AddProgramChange(int channel, int program, double atSeconds);
     void AddNote(int channel, int note, int velocity, double startSeconds, double lengthSeconds);
     // The file lasts at least this long (its end of track), whatever its notes.
-    void SetLength(double seconds);
+    void SetLength(double seconds) { m_length = seconds; }
 
     std::vector<uint8_t> Bytes() const;
     bool Write(const std::string& path) const;
@@ -28,8 +28,8 @@ private:
     };
 
     uint32_t m_Ticks(double seconds) const;
-    static void m_PutVarLen(std::vector<uint8_t>& out, uint32_t value);
-    std::vector<uint8_t> m_Track(const std::vector<Event>& events, bool withTempo) const;
+    // Appends a track of these events, after the tempo when `withTempo`.
+    void m_PutTrack(std::vector<uint8_t>& out, std::vector<Event> events, bool withTempo) const;
 
     int m_format;
     int m_ticksPerQuarter;

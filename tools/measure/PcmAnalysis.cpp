@@ -5,13 +5,14 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 
 namespace {
 
-uint32_t LE(const unsigned char* at, int bytes) {
-    uint32_t value = 0;
-    for (int i = bytes - 1; i >= 0; --i)
-        value = (value << 8) | at[i];
+// A little-endian field of the header (both machines the tests run on are little-endian).
+template <typename T> uint32_t LE(const unsigned char* at) {
+    T value;
+    std::memcpy(&value, at, sizeof value);
     return value;
 }
 
@@ -24,14 +25,10 @@ bool Fail(std::string* problem, const char* text) {
 } // namespace
 
 Pcm Pcm::Slice(size_t firstFrame, size_t frameCount) const {
-    Pcm out;
-    out.rate = rate;
-    out.channels = channels;
     const size_t first = std::min(firstFrame, Frames());
     const size_t count = std::min(frameCount, Frames() - first);
-    out.samples.assign(samples.begin() + long(first * channels),
-                       samples.begin() + long((first + count) * channels));
-    return out;
+    const auto from = samples.begin() + long(first * channels);
+    return {rate, channels, std::vector<int16_t>(from, from + long(count * channels))};
 }
 
 bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
@@ -44,29 +41,25 @@ bool ReadWav(const std::string& path, Pcm& out, std::string* problem) {
     if (std::memcmp(h, "RIFF", 4) != 0 || std::memcmp(h + 8, "WAVE", 4) != 0 ||
         std::memcmp(h + 12, "fmt ", 4) != 0 || std::memcmp(h + 36, "data", 4) != 0)
         return Fail(problem, "not a canonical RIFF/WAVE file");
-    if (LE(h + 20, 2) != 1 || LE(h + 34, 2) != 16)
+    if (LE<uint16_t>(h + 20) != 1 || LE<uint16_t>(h + 34) != 16)
         return Fail(problem, "not 16-bit PCM");
-    const uint32_t data = LE(h + 40, 4);
-    if (LE(h + 4, 4) != 36 + data || bytes.size() != 44 + size_t(data))
+    const uint32_t data = LE<uint32_t>(h + 40);
+    if (LE<uint32_t>(h + 4) != 36 + data || bytes.size() != 44 + size_t(data))
         return Fail(problem, "RIFF or data size does not match the file");
-    out.channels = int(LE(h + 22, 2));
-    out.rate = int(LE(h + 24, 4));
-    if (LE(h + 32, 2) != uint32_t(out.channels * 2) ||
-        LE(h + 28, 4) != uint32_t(out.rate * out.channels * 2))
+    out.channels = int(LE<uint16_t>(h + 22));
+    out.rate = int(LE<uint32_t>(h + 24));
+    if (LE<uint16_t>(h + 32) != uint32_t(out.channels * 2) ||
+        LE<uint32_t>(h + 28) != uint32_t(out.rate * out.channels * 2))
         return Fail(problem, "inconsistent block align or byte rate");
     out.samples.resize(data / 2);
-    for (size_t i = 0; i < out.samples.size(); ++i)
-        out.samples[i] = int16_t(LE(h + 44 + 2 * i, 2));
+    std::memcpy(out.samples.data(), h + 44, out.samples.size() * 2);
     return true;
 }
 
 double Rms(const Pcm& pcm) {
-    if (pcm.samples.empty())
-        return 0;
-    double sum = 0;
-    for (int16_t s : pcm.samples)
-        sum += double(s) * s;
-    return std::sqrt(sum / double(pcm.samples.size())) / 32768.0;
+    const auto& s = pcm.samples;
+    const double sum = std::inner_product(s.begin(), s.end(), s.begin(), 0.0);
+    return s.empty() ? 0 : std::sqrt(sum / double(s.size())) / 32768.0;
 }
 
 std::vector<double> RmsWindows(const Pcm& pcm, int windowMs) {
@@ -81,28 +74,25 @@ double Fundamental(const Pcm& pcm, double minHz, double maxHz) {
     const size_t frames = pcm.Frames();
     std::vector<double> mono(frames);
     for (size_t i = 0; i < frames; ++i) {
-        double sum = 0;
-        for (int c = 0; c < pcm.channels; ++c)
-            sum += pcm.samples[i * pcm.channels + c];
-        mono[i] = sum / pcm.channels;
+        const auto frame = pcm.samples.begin() + long(i * pcm.channels);
+        mono[i] = std::accumulate(frame, frame + pcm.channels, 0.0) / pcm.channels;
     }
     const size_t minLag = size_t(pcm.rate / maxHz);
     const size_t maxLag = size_t(pcm.rate / minHz);
     if (frames < 2 * maxLag)
         return 0;
     const size_t span = frames - maxLag;
-    double energy = 0;
-    for (size_t i = 0; i < span; ++i)
-        energy += mono[i] * mono[i];
+    const auto correlation = [&](size_t lag) {
+        return std::inner_product(mono.begin(), mono.begin() + long(span), mono.begin() + long(lag),
+                                  0.0);
+    };
+    const double energy = correlation(0);
     if (energy <= 0)
         return 0;
     std::vector<double> r(maxLag + 1, 0);
     double best = 0;
     for (size_t lag = minLag; lag <= maxLag; ++lag) {
-        double sum = 0;
-        for (size_t i = 0; i < span; ++i)
-            sum += mono[i] * mono[i + lag];
-        r[lag] = sum / energy;
+        r[lag] = correlation(lag) / energy;
         best = std::max(best, r[lag]);
     }
     if (best < 0.3)

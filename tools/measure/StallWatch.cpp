@@ -14,7 +14,7 @@ long long NowNs() {
 }
 } // namespace
 
-StallWatch::StallWatch() : m_thread(&StallWatch::m_Run, this) {}
+StallWatch::StallWatch(int cpu) : m_cpu(cpu), m_thread(&StallWatch::m_Run, this) {}
 
 StallWatch::~StallWatch() {
     m_stop = true;
@@ -27,6 +27,12 @@ void StallWatch::m_Run() {
     sched_param param{};
     param.sched_priority = sched_get_priority_max(SCHED_FIFO);
     pthread_setschedparam(pthread_self(), SCHED_FIFO, &param); // where allowed
+    if (m_cpu >= 0) {
+        cpu_set_t cpus;
+        CPU_ZERO(&cpus);
+        CPU_SET(m_cpu, &cpus);
+        pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
+    }
     const timespec step{0, kStepNs};
     while (!m_stop) {
         const long long before = NowNs();

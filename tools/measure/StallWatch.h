@@ -11,7 +11,8 @@
 
 class StallWatch {
 public:
-    StallWatch();
+    // Watches the processor numbered `cpu` alone, or whichever it is put on (-1).
+    explicit StallWatch(int cpu = -1);
     ~StallWatch();
     StallWatch(const StallWatch&) = delete;
     StallWatch& operator=(const StallWatch&) = delete;
@@ -22,6 +23,7 @@ public:
 
 private:
     void m_Run();
+    const int m_cpu;
     std::atomic<bool> m_stop{false};
     std::atomic<long long> m_longestNs{0};
     std::thread m_thread;

@@ -1,6 +1,5 @@
 #include "UsbKeyboard.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -21,17 +20,13 @@ using Clock = std::chrono::steady_clock;
 const char kGadgets[] = "/sys/kernel/config/usb_gadget";
 
 std::string ReadLine(const std::string& path) {
-    std::ifstream file(path);
     std::string line;
-    std::getline(file, line);
+    std::getline(std::ifstream(path), line);
     return line;
 }
 
 bool WriteText(const std::string& path, const std::string& text) {
-    std::ofstream file(path);
-    file << text << '\n';
-    file.flush();
-    return file.good();
+    return bool(std::ofstream(path) << text << '\n' << std::flush);
 }
 
 // The number of the sound card for which `matches(first line, second line)` holds in
@@ -46,10 +41,28 @@ template <typename Matches> int FindCard(Matches matches) {
     return -1;
 }
 
-int RemainingMs(Clock::time_point deadline) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+// Moves `count` bytes through the non-blocking node `fd` with `step(bytes done)` (a read or a
+// write), waiting for `ready` on it up to `timeout`; returns how many bytes moved.
+template <typename Step>
+size_t Transfer(int fd, short ready, size_t count, std::chrono::milliseconds timeout, Step step) {
+    const auto deadline = Clock::now() + timeout;
+    size_t done = 0;
+    while (done < count) {
+        const ssize_t moved = step(done);
+        if (moved > 0) {
+            done += size_t(moved);
+            continue;
+        }
+        if (moved < 0 && errno != EAGAIN && errno != EINTR)
+            break;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        pollfd node{fd, ready, 0};
+        if (poll(&node, 1, int(std::max(0L, long(left.count())))) <= 0 ||
+            (node.revents & (POLLERR | POLLHUP)))
+            break;
+    }
+    return done;
 }
 
 } // namespace
@@ -158,38 +171,15 @@ void UsbKeyboard::m_CloseGadgetSide() {
 }
 
 bool UsbKeyboard::Play(const std::vector<uint8_t>& bytes, std::chrono::milliseconds timeout) {
-    const auto deadline = Clock::now() + timeout;
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written = write(m_fd, bytes.data() + done, bytes.size() - done);
-        if (written > 0) {
-            done += static_cast<size_t>(written);
-            continue;
-        }
-        if (written < 0 && errno != EAGAIN && errno != EINTR)
-            return false;
-        pollfd room{m_fd, POLLOUT, 0};
-        if (poll(&room, 1, RemainingMs(deadline)) <= 0 || (room.revents & (POLLERR | POLLHUP)))
-            return false;
-    }
-    return true;
+    return Transfer(m_fd, POLLOUT, bytes.size(), timeout, [&](size_t done) {
+               return write(m_fd, bytes.data() + done, bytes.size() - done);
+           }) == bytes.size();
 }
 
 std::vector<uint8_t> UsbKeyboard::Listen(size_t count, std::chrono::milliseconds timeout) {
-    const auto deadline = Clock::now() + timeout;
-    std::vector<uint8_t> heard;
-    uint8_t buffer[256];
-    while (heard.size() < count) {
-        const ssize_t got = read(m_fd, buffer, std::min(sizeof buffer, count - heard.size()));
-        if (got > 0) {
-            heard.insert(heard.end(), buffer, buffer + got);
-            continue;
-        }
-        if (got < 0 && errno != EAGAIN && errno != EINTR)
-            break;
-        pollfd input{m_fd, POLLIN, 0};
-        if (poll(&input, 1, RemainingMs(deadline)) <= 0 || (input.revents & (POLLERR | POLLHUP)))
-            break;
-    }
+    std::vector<uint8_t> heard(count);
+    heard.resize(Transfer(m_fd, POLLIN, count, timeout, [&](size_t done) {
+        return read(m_fd, heard.data() + done, count - done);
+    }));
     return heard;
 }

@@ -31,11 +31,8 @@ public:
     static std::string Unavailable();
 
     explicit UsbKeyboard(int index);
-    UsbKeyboard(UsbKeyboard&& other) noexcept;
-    UsbKeyboard& operator=(UsbKeyboard&&) = delete;
-    UsbKeyboard(const UsbKeyboard&) = delete;
-    UsbKeyboard& operator=(const UsbKeyboard&) = delete;
-    ~UsbKeyboard(); // closes the gadget side; leaves the plug as it is
+    UsbKeyboard(UsbKeyboard&& other) noexcept; // not copied: the open node goes along
+    ~UsbKeyboard();                            // closes the gadget side; leaves the plug as it is
 
     int Index() const { return m_index; }
     std::string Product() const;

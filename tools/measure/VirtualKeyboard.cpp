@@ -1,7 +1,6 @@
 #include "VirtualKeyboard.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,36 +9,20 @@
 
 #include "SequencerView.h"
 
-namespace {
-
-// Card numbers of the snd-virmidi cards: lines " 1 [VirMIDI        ]: VirMIDI - ...".
-std::vector<int> VirmidiCards() {
-    std::vector<int> cards;
-    std::ifstream file("/proc/asound/cards");
-    std::string line;
-    while (std::getline(file, line))
-        if (line.find("]: VirMIDI - ") != std::string::npos)
-            cards.push_back(atoi(line.c_str()));
-    return cards;
-}
-
-bool Exists(const std::string& path) {
-    struct stat status;
-    return stat(path.c_str(), &status) == 0;
-}
-
-} // namespace
-
 std::vector<VirtualKeyboard> VirtualKeyboard::FindAll() {
     std::vector<VirtualKeyboard> keyboards;
     const SequencerView view = SequencerView::Read();
-    for (int card : VirmidiCards()) {
+    std::ifstream cards("/proc/asound/cards");
+    for (std::string line; std::getline(cards, line);) {
+        // The snd-virmidi cards: " 1 [VirMIDI        ]: VirMIDI - ...".
+        if (line.find("]: VirMIDI - ") == std::string::npos)
+            continue;
+        const int card = atoi(line.c_str());
         for (int device = 0;; ++device) {
             VirtualKeyboard candidate(card, device, -1);
-            if (!Exists(candidate.Node()))
+            if (access(candidate.Node().c_str(), F_OK) != 0)
                 break;
-            const SeqClientView* client = view.Find(candidate.ClientName());
-            if (client != nullptr)
+            if (const SeqClientView* client = view.Find(candidate.ClientName()))
                 keyboards.emplace_back(card, device, client->number);
         }
     }

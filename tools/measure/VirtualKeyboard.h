@@ -32,10 +32,7 @@ public:
     static std::vector<VirtualKeyboard> FindAll();
 
     VirtualKeyboard(int card, int device, int client);
-    VirtualKeyboard(VirtualKeyboard&& other) noexcept;
-    VirtualKeyboard& operator=(VirtualKeyboard&&) = delete;
-    VirtualKeyboard(const VirtualKeyboard&) = delete;
-    VirtualKeyboard& operator=(const VirtualKeyboard&) = delete;
+    VirtualKeyboard(VirtualKeyboard&& other) noexcept; // not copied: the open node goes along
     ~VirtualKeyboard();
 
     // Writes the bytes to the raw node in one write (the node is opened on first use and

@@ -1,7 +1,9 @@
-// Naming devices as people see them: client numbers, whole names before prefixes, prefixes
-// in any case (what is said when a name matches none or several: CliVm.EachFailure...).
+// nuvmidi's command line: the forms that need no library to be told apart, and naming devices
+// as people see them: client numbers, whole names before prefixes, prefixes in any case (what
+// is said when a name matches none or several: CliVm.EachFailure...).
 #include <gtest/gtest.h>
 
+#include "CommandLine.h"
 #include "DeviceMatch.h"
 
 using namespace nuvcli;
@@ -41,6 +43,23 @@ TEST(CliDeviceMatch, NumbersNamesAndPrefixesFindTheirDevice) {
         EXPECT_EQ(c.second, match.status == DeviceMatch::FOUND ? kDevices[match.index].client : -1)
             << c.first;
     }
+}
+
+// (render with its output is run by CliVm.PlayAndRenderRecordTheSameFile)
+TEST(CliCommandLine, VersionPlaysAndRendersAreRead) {
+    const CommandLine version = ParseCommandLine({"--version"});
+    EXPECT_EQ(CommandLine::HELP, version.outcome);
+    EXPECT_EQ(0u, version.text.find("nuvmidi 1.")) << version.text;
+
+    const CommandLine play = ParseCommandLine({"play", "a.mid", "b.mid", "c.mid"});
+    ASSERT_EQ(CommandLine::RUN, play.outcome) << play.text;
+    ASSERT_EQ(1u, play.actions.size());
+    EXPECT_EQ("a.mid", play.actions[0].path);
+    EXPECT_EQ((std::vector<std::string>{"b.mid", "c.mid"}), play.actions[0].morePaths);
+
+    const CommandLine noOutput = ParseCommandLine({"render", "a.mid"});
+    EXPECT_EQ(CommandLine::ERROR, noOutput.outcome);
+    EXPECT_EQ("render: needs one FILE and -o OUT.wav", noOutput.text);
 }
 
 } // namespace
