@@ -105,43 +105,38 @@ TEST_F(BadInput, NullPointersAreRefusedWithALineNamingTheCall) {
     _MIDIDeviceInfo end = End(keyboard, MIDI_DEVICE_TYPE_SOURCE);
     const char* noCommands[] = {nullptr};
     const int users = RendererUsers();
+    // The line: its whole text where that text is fixed, else the part that names the call.
     const struct {
         std::function<long()> run;
         long result;
         std::string line;
     } cases[] = {
-        {[&] { return long(m_manager->IsConnected(nullptr)); }, 0,
-         "\n[NuvMIDIDeviceManager::IsConnected] null name\n"},
-        {[&] { return long(intptr_t(m_manager->CreateDevice(nullptr))); }, 0,
-         "\n[NuvMIDIDeviceManager::CreateDevice] null name\n"},
-        {[&] { return long(m_manager->RegisterCallback(nullptr)); }, NUV_ERR_GENERAL,
+        {[&] { return m_manager->IsConnected(nullptr); }, 0, "::IsConnected] null"},
+        {[&] { return m_manager->CreateDevice(nullptr) != nullptr; }, 0, "::CreateDevice] null"},
+        {[&] { return m_manager->RegisterCallback(nullptr); }, NUV_ERR_GENERAL,
          "[NuvMIDIDeviceManager::RegisterCallback]\n"},
-        {[&] { return long(m_manager->UnregisterCallback(nullptr)); }, NUV_ERR_GENERAL,
+        {[&] { return m_manager->UnregisterCallback(nullptr); }, NUV_ERR_GENERAL,
          "[NuvMIDIDeviceManager::UnregisterCallback]\n"},
-        {[&] { return long(m_manager->StartStream(nullptr, &end)); }, 0,
-         "\n[NuvMIDIDeviceManager::StartStream] null stream end\n"},
-        {[&] { return long(m_manager->StartStream(&end, nullptr)); }, 0,
-         "\n[NuvMIDIDeviceManager::StartStream] null stream end\n"},
-        {[&] { return long(m_manager->StopStream(nullptr, &end)); }, NUV_ERR_INVALID_STREAM,
-         "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
-        {[&] { return long(m_manager->StopStream(&end, nullptr)); }, NUV_ERR_INVALID_STREAM,
-         "\n[NuvMIDIDeviceManager::StopStream] null stream end\n"},
-        {[&] { return long(m_manager->PauseStream(nullptr, nullptr)); }, NUV_ERR_NOT_IMPLEMENTED,
-         "\n[NuvMIDIDeviceManager::PauseStream] null stream end\n"},
-        {[&] { return long(keyboard->RegisterCallback(nullptr)); }, NUV_ERR_GENERAL,
-         "\n[NuvMIDIDevice::RegisterCallback] null callback\n"},
-        {[&] { return long(keyboard->UnregisterCallback(nullptr)); }, NUV_ERR_GENERAL,
-         "\n[NuvMIDIDevice::UnregisterCallback] null callback\n"},
-        {[&] { return long(keyboard->GetInformation(MIDI_EVENT_CONTROL_CHANGE, nullptr)); }, 0,
-         "\n[NuvMIDIDevice::GetInformation] null message\n"},
-        {[&] { return long(keyboard->LoadSoundFontFile(nullptr)); }, -1,
+        {[&] { return m_manager->StartStream(nullptr, &end); }, 0, "::StartStream] null"},
+        {[&] { return m_manager->StartStream(&end, nullptr); }, 0, "::StartStream] null"},
+        {[&] { return m_manager->StopStream(nullptr, &end); }, NUV_ERR_INVALID_STREAM,
+         "::StopStream] null"},
+        {[&] { return m_manager->StopStream(&end, nullptr); }, NUV_ERR_INVALID_STREAM,
+         "::StopStream] null"},
+        {[&] { return m_manager->PauseStream(nullptr, nullptr); }, NUV_ERR_NOT_IMPLEMENTED,
+         "::PauseStream] null"},
+        {[&] { return keyboard->RegisterCallback(nullptr); }, NUV_ERR_GENERAL,
+         "::RegisterCallback] null"},
+        {[&] { return keyboard->UnregisterCallback(nullptr); }, NUV_ERR_GENERAL,
+         "::UnregisterCallback] null"},
+        {[&] { return keyboard->GetInformation(MIDI_EVENT_CONTROL_CHANGE, nullptr); }, 0,
+         "::GetInformation] null"},
+        {[&] { return keyboard->LoadSoundFontFile(nullptr); }, -1,
          "\n[NuvMIDIConnector::LoadSoundFontFile] Failed\n"},
-        {[] { return long(NuvMIDIEntry::m_ReadProcModules(nullptr)); }, 0,
-         "ERROR: no buffer for the modules proc file.\n"},
-        {[] { return long(NuvMIDIEntry::m_ExecShell(nullptr)); }, -1,
-         "ERROR: m_ExecShell(null).\n"},
+        {[] { return NuvMIDIEntry::m_ReadProcModules(nullptr); }, 0, "modules proc file"},
+        {[] { return NuvMIDIEntry::m_ExecShell(nullptr); }, -1, "m_ExecShell(null)"},
         {[&] { return NuvMIDIEntry::m_InsertModules(nullptr, noCommands), 0L; }, 0,
-         "ERROR: no module name to wait for.\n"},
+         "no module name"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);

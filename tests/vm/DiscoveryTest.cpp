@@ -16,14 +16,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Every device the manager lists, by name.
-std::map<std::string, _NuvDevInfo> Listed(INuvMIDIDeviceManager* manager) {
-    std::map<std::string, _NuvDevInfo> devices;
-    for (const _NuvDevInfo& info : ConnectedDevices(manager))
-        devices[info.deviceName] = info;
-    return devices;
-}
-
 // Clients that exist before the library: an exact recorder name and a name only like it, a
 // client calling itself "MIDI Watcher", and one so that the library's is not client 128.
 TEST(Discovery, TheLibrarysClientFindsTheDevicesThereAreAndLinksToTheSynthesizer) {

@@ -18,16 +18,16 @@ namespace {
 using std::chrono::seconds;
 
 // The host of the churn: creates the device of every user-space client that arrives, listens
-// and sends to it, and records, per client, the devices created and named at departure.
-class ChurnHost : public NuvCallback {
+// and sends to it. Its log holds the device it created at each arrival and the device each
+// departure named; kernel clients and the synthesizer stay, and are left out.
+class ChurnHost : public HostLog {
 public:
     explicit ChurnHost(INuvMIDIDeviceManager* manager) : m_manager(manager) {}
-    int t_OnCallback(int event, void* arg1, void* arg2, void*) override {
+    int t_OnCallback(int event, void* arg1, void* arg2, void* arg3) override {
         const _NuvDevInfo* info = static_cast<const _NuvDevInfo*>(arg1);
-        const int client = std::atoi(info->UID);
-        if (client < 128 || info->isSynth) // kernel clients and the synthesizer stay
+        if (std::atoi(info->UID) < 128 || info->isSynth)
             return 0;
-        int id = arg2 != nullptr ? *static_cast<int*>(arg2) : -1;
+        int id = -1;
         if (event == NUV_EVENT_DEVICE_ATTACHED) {
             INuvMIDIDevice* device = m_manager->CreateDevice(info->deviceName);
             id = device != nullptr ? device->GetID() : -1;
@@ -36,26 +36,14 @@ public:
                 device->SendMessage(MIDI_EVENT_NOTE_ON, note);
                 device->SendMessage(MIDI_EVENT_NOTE_OFF, note);
             }
+            arg2 = &id;
         }
-        std::lock_guard<std::mutex> lock(m_lock);
-        m_ids[event][client].push_back(id);
-        return 0;
-    }
-    // Takes the records so far: per event, per client, the device ids.
-    std::map<int, std::map<int, std::vector<int>>> Take() {
-        std::lock_guard<std::mutex> lock(m_lock);
-        return std::move(m_ids);
-    }
-    size_t Count(int event) {
-        std::lock_guard<std::mutex> lock(m_lock);
-        return m_ids[event].size();
+        return HostLog::t_OnCallback(event, arg1, arg2, arg3);
     }
 
 private:
     INuvMIDIDeviceManager* m_manager;
     CountingHostCallback m_listener;
-    std::mutex m_lock;
-    std::map<int, std::map<int, std::vector<int>>> m_ids;
 };
 
 class Load : public ManagerVmTest {};
@@ -75,15 +63,19 @@ TEST_F(Load, AThousandClientsComeAndGoWhileTheHostUsesTheirDevices) {
         for (size_t i = 0; i < kBatch; ++i)
             clients.emplace_back(
                 new UserSpaceClient("Churn " + std::to_string(batch * kBatch + i)));
-        ASSERT_TRUE(WaitFor([&] { return host.Count(NUV_EVENT_DEVICE_ATTACHED) == kBatch; }));
+        ASSERT_TRUE(WaitFor([&] { return host.Entries().size() == (2 * batch + 1) * kBatch; }));
         clients.clear();
-        ASSERT_TRUE(WaitFor([&] { return host.Count(NUV_EVENT_DEVICE_DETACHED) == kBatch; }));
-        auto ids = host.Take();
-        for (const auto& entry : ids[NUV_EVENT_DEVICE_ATTACHED]) {
-            ASSERT_EQ(1u, entry.second.size()) << "client " << entry.first;
-            EXPECT_NE(-1, entry.second[0]) << "client " << entry.first;
-            EXPECT_EQ(entry.second, ids[NUV_EVENT_DEVICE_DETACHED][entry.first]);
-            created.insert(entry.second[0]);
+        ASSERT_TRUE(WaitFor([&] { return host.Entries().size() == (2 * batch + 2) * kBatch; }));
+        std::map<std::string, std::vector<int>> ids[2]; // per client: at arrival, at departure
+        const std::vector<HostLog::Entry> entries = host.Entries();
+        for (size_t i = 2 * batch * kBatch; i < entries.size(); ++i)
+            ids[entries[i].event == NUV_EVENT_DEVICE_DETACHED][entries[i].uid].push_back(
+                entries[i].id);
+        for (const auto& arrival : ids[0]) {
+            ASSERT_EQ(1u, arrival.second.size()) << "client " << arrival.first;
+            EXPECT_NE(-1, arrival.second[0]) << "client " << arrival.first;
+            EXPECT_EQ(arrival.second, ids[1][arrival.first]);
+            created.insert(arrival.second[0]);
         }
     }
     EXPECT_EQ(kBatches * kBatch, created.size()) << "every device id is new";

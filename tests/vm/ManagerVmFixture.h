@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <random>
 #include <string>
@@ -178,6 +179,14 @@ inline std::vector<_NuvDevInfo> ConnectedDevices(INuvMIDIDeviceManager* manager)
     while (manager->GetConnectedDeviceInfo(devices.back(), taken, int(devices.size()) - 1) == 0)
         devices.emplace_back();
     devices.pop_back();
+    return devices;
+}
+
+// Every device the manager lists, by name.
+inline std::map<std::string, _NuvDevInfo> Listed(INuvMIDIDeviceManager* manager) {
+    std::map<std::string, _NuvDevInfo> devices;
+    for (const _NuvDevInfo& info : ConnectedDevices(manager))
+        devices[info.deviceName] = info;
     return devices;
 }
 

@@ -69,11 +69,8 @@ TEST_F(UsbKeyboards, APluggedKeyboardIsADeviceWhoseMessagesArriveWholeAndInOrder
     UsbKeyboard& keyboard = m_usb[0];
     INuvMIDIDevice* device = PlugAndCreate(keyboard);
     ASSERT_NE(nullptr, device);
-    _NuvDevInfo info{};
-    for (const _NuvDevInfo& listed : ConnectedDevices(m_manager))
-        info = Uid(keyboard) == listed.UID ? listed : info;
+    const _NuvDevInfo info = Listed(m_manager)[keyboard.Product()]; // named after its product
     ASSERT_EQ(Uid(keyboard), info.UID);
-    EXPECT_EQ(keyboard.Product(), info.deviceName);
     EXPECT_EQ(NUV_DEVICE_TYPE_MIDI, info.type);
     EXPECT_EQ(0, info.isSynth);
     ASSERT_EQ(1, device->RegisterCallback(&m_host));
