@@ -1,7 +1,5 @@
 #include "LoopbackCapture.h"
 
-#include <vector>
-
 namespace {
 constexpr unsigned kRate = 48000;
 constexpr snd_pcm_uframes_t kPeriod = 1024;

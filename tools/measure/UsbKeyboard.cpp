@@ -121,12 +121,9 @@ int UsbKeyboard::m_HostCard() const {
 }
 
 int UsbKeyboard::Client() const {
-    const int card = m_HostCard();
-    if (card < 0)
-        return -1;
     // The kernel numbers a card's sequencer clients 16 + 4 * card (+ its index, here 0).
-    const int client = 16 + 4 * card;
-    return SequencerView::Read().Clients().count(client) != 0 ? client : -1;
+    const int card = m_HostCard(), client = 16 + 4 * card;
+    return card >= 0 && SequencerView::Read().Clients().count(client) != 0 ? client : -1;
 }
 
 bool UsbKeyboard::Plug(std::chrono::milliseconds timeout) {

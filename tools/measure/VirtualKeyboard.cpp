@@ -52,9 +52,7 @@ std::string VirtualKeyboard::ClientName() const {
 bool VirtualKeyboard::Write(const std::vector<uint8_t>& bytes) {
     if (m_fd < 0)
         m_fd = open(Node().c_str(), O_WRONLY | O_CLOEXEC);
-    if (m_fd < 0)
-        return false;
-    return write(m_fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    return m_fd >= 0 && write(m_fd, bytes.data(), bytes.size()) == ssize_t(bytes.size());
 }
 
 UserSpaceClient::UserSpaceClient(const std::string& name, int ports)
