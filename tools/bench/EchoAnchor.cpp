@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "Latency.h"
+
 namespace {
 constexpr unsigned kRate = 48000;
 constexpr snd_pcm_uframes_t kPeriod = 192; // the library's output period
@@ -36,17 +38,9 @@ bool Configure(snd_pcm_t* pcm) {
 }
 } // namespace
 
-EchoAnchor::EchoAnchor(const VirtualKeyboard& keyboard) {
-    if (snd_seq_open(&m_seq, "default", SND_SEQ_OPEN_INPUT, SND_SEQ_NONBLOCK) < 0) {
-        m_seq = nullptr;
-        return;
-    }
-    snd_seq_set_client_name(m_seq, "Echo Anchor");
-    const int port = snd_seq_create_simple_port(
-        m_seq, "in", SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE,
-        SND_SEQ_PORT_TYPE_APPLICATION);
-    if (port < 0 || snd_seq_connect_from(m_seq, port, keyboard.Client(), keyboard.Port()) < 0 ||
-        snd_pcm_open(&m_pcm, "default", SND_PCM_STREAM_PLAYBACK, 0) < 0)
+EchoAnchor::EchoAnchor(const VirtualKeyboard& keyboard)
+    : m_seq(OpenListener(keyboard, "Echo Anchor")) {
+    if (m_seq == nullptr || snd_pcm_open(&m_pcm, "default", SND_PCM_STREAM_PLAYBACK, 0) < 0)
         return;
     if (!Configure(m_pcm))
         return;

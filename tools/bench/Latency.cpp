@@ -23,17 +23,26 @@ constexpr int kRate = 48000;
 
 } // namespace
 
-PollingListener::PollingListener(const VirtualKeyboard& keyboard) {
-    if (snd_seq_open(&m_seq, "default", SND_SEQ_OPEN_INPUT, SND_SEQ_NONBLOCK) < 0) {
-        m_seq = nullptr;
-        return;
+snd_seq_t* OpenListener(const VirtualKeyboard& keyboard, const char* name) {
+    snd_seq_t* seq = nullptr;
+    if (snd_seq_open(&seq, "default", SND_SEQ_OPEN_INPUT, SND_SEQ_NONBLOCK) < 0)
+        return nullptr;
+    snd_seq_set_client_name(seq, name);
+    const int port =
+        snd_seq_create_simple_port(seq, "in", SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE,
+                                   SND_SEQ_PORT_TYPE_APPLICATION);
+    if (port < 0 || snd_seq_connect_from(seq, port, keyboard.Client(), keyboard.Port()) < 0) {
+        snd_seq_close(seq);
+        return nullptr;
     }
-    snd_seq_set_client_name(m_seq, "Latency Anchor");
-    const int port = snd_seq_create_simple_port(
-        m_seq, "in", SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE,
-        SND_SEQ_PORT_TYPE_APPLICATION);
-    if (port < 0 || snd_seq_connect_from(m_seq, port, keyboard.Client(), keyboard.Port()) < 0 ||
-        pipe(m_stopPipe) != 0) {
+    return seq;
+}
+
+PollingListener::PollingListener(const VirtualKeyboard& keyboard)
+    : m_seq(OpenListener(keyboard, "Latency Anchor")) {
+    if (m_seq == nullptr)
+        return;
+    if (pipe(m_stopPipe) != 0) {
         snd_seq_close(m_seq);
         m_seq = nullptr;
         return;

@@ -8,6 +8,10 @@
 #include "LoopbackCapture.h"
 #include "VirtualKeyboard.h"
 
+// A non-blocking input client named `name` whose port is subscribed to the keyboard, or
+// null.
+snd_seq_t* OpenListener(const VirtualKeyboard& keyboard, const char* name);
+
 // A minimal sequencer client of its own that blocks in poll() on its port, subscribed to
 // the keyboard: the fastest any client can hear the keyboard.
 class PollingListener {
