@@ -138,8 +138,8 @@ TEST(Load, TheLibraryIsMadeAndDestroyedAHundredTimesWhileItsDevicesAreBusy) {
         ASSERT_EQ(devices[0], manager->GetDevice(devices[0]->GetID()));
         listeners.emplace_back(new CountingHostCallback);
         ASSERT_EQ(1, devices[0]->RegisterCallback(listeners.back().get()));
-        _MIDIDeviceInfo src = cycle % 2 == 0 ? End(devices[0]->GetID(), MIDI_DEVICE_TYPE_SOURCE)
-                                             : FileEnd(song);
+        _MIDIDeviceInfo src =
+            cycle % 2 == 0 ? End(devices[0]->GetID(), MIDI_DEVICE_TYPE_SOURCE) : FileEnd(song);
         _MIDIDeviceInfo dst = End(devices[1]->GetID(), MIDI_DEVICE_TYPE_DESTINATION);
         ASSERT_EQ(1, manager->StartStream(&src, &dst));
         ASSERT_TRUE(WaitFor([&] { return listeners.back()->calls > 0; }))
