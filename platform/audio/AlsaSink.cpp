@@ -1,7 +1,6 @@
 // The ALSA PCM sink: blocking interleaved writes; a PCM that runs dry while the writer
-// pauses is prepared again on the next write. A low-latency writer waits in the PCM's poll
-// until the queue has fallen to its level (the wake-up threshold, avail_min, follows that
-// level) and reads the queue with snd_pcm_delay.
+// pauses is prepared again on the next write. A low-latency writer sleeps on the system
+// clock until the queue, read from the card's pointer, has fallen to its level.
 #include <alsa/asoundlib.h>
 
 #include <new>
@@ -19,8 +18,13 @@ struct AlsaSink : NuvAudioSink {
     snd_pcm_uframes_t bufferFrames = 0;
     snd_pcm_uframes_t periodFrames = 0;
     unsigned int rate = 0;
-    snd_pcm_uframes_t wakeLevel = 0; // the queue's level at which the PCM's poll wakes
-    bool underrunLogged = false;     // one notice per prepared stream, however often it pauses
+    bool underrunLogged = false; // one notice per prepared stream, however often it pauses
+    // When the low-latency writer last returned from its wait, and when what was queued then
+    // runs out (0: it has written since, or never waited). A card's pointer may move on a
+    // period at a time, so what it shows queued may be up to a period more than is left: the
+    // queue is taken to last a period less than it shows.
+    int64_t wokeAtNs = 0;
+    int64_t wakeQueueEndsNs = 0;
 };
 
 AlsaSink* Alsa(NuvAudioSink* sink) {
@@ -49,7 +53,6 @@ int Configure(AlsaSink& sink, const NuvAudioFormat& format) {
     sink.bufferFrames = buffer;
     sink.periodFrames = period;
     sink.rate = rate;
-    sink.wakeLevel = buffer - period;
 
     snd_pcm_sw_params_t* sw;
     snd_pcm_sw_params_alloca(&sw);
@@ -93,8 +96,17 @@ int Prepare(NuvAudioSink* base) {
     return snd_pcm_prepare(sink->pcm) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION : AUDIO_IO_ERROR_NONE;
 }
 
-void NoteUnderrun(AlsaSink* sink) {
-    NuvAudioStats_CountUnderrun(sink);
+int64_t FramesNs(const AlsaSink* sink, snd_pcm_uframes_t frames) {
+    return int64_t(frames) * 1000000000 / int64_t(sink->rate);
+}
+
+// How long what the pointer shows queued is sure to last.
+int64_t QueueLastsNs(const AlsaSink* sink, snd_pcm_uframes_t queued) {
+    return queued > sink->periodFrames ? FramesNs(sink, queued - sink->periodFrames) : 0;
+}
+
+void NoteUnderrun(AlsaSink* sink, NuvUnderrunCause cause) {
+    NuvAudioStats_CountUnderrun(sink, cause);
     if (!sink->underrunLogged) {
         sink->underrunLogged = true;
         print_dlog(NUV_LOG_INFO,
@@ -114,7 +126,8 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
         if (written == -EAGAIN || written == -EINTR)
             continue;
         if (written == -EPIPE || written == -ESTRPIPE) {
-            NoteUnderrun(sink);
+            const bool rendering = sink->wokeAtNs != 0 && NuvAudio_NowNs() >= sink->wakeQueueEndsNs;
+            NoteUnderrun(sink, rendering ? NuvUnderrunCause::Rendering : NuvUnderrunCause::Unknown);
             if (snd_pcm_recover(sink->pcm, int(written), 1) < 0)
                 return AUDIO_IO_ERROR_INVALID_OPERATION;
             continue;
@@ -124,63 +137,51 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
         bytes += written * frameBytes;
         left -= static_cast<unsigned long>(written);
     }
+    sink->wokeAtNs = 0;
     return long(frames);
 }
 
-// The PCM's poll wakes once at most `level` frames are queued.
-bool SetWakeLevel(AlsaSink* sink, snd_pcm_uframes_t level) {
-    if (level == sink->wakeLevel)
-        return true;
-    snd_pcm_sw_params_t* sw;
-    snd_pcm_sw_params_alloca(&sw);
-    if (snd_pcm_sw_params_current(sink->pcm, sw) < 0 ||
-        snd_pcm_sw_params_set_avail_min(sink->pcm, sw, sink->bufferFrames - level) < 0 ||
-        snd_pcm_sw_params(sink->pcm, sw) < 0)
-        return false;
-    sink->wakeLevel = level;
-    return true;
-}
-
+// Waits by the system clock, not in the PCM's poll: a card may signal less often than each
+// period while its pointer, when read, moves on at each one. The test VM's loopback card
+// wakes a poll every other period whatever the wake-up threshold, which left a writer that
+// was to be woken a period below its target with two periods fewer queued than that.
 long WaitQueued(NuvAudioSink* base, unsigned long frames) {
     AlsaSink* sink = Alsa(base);
     const snd_pcm_uframes_t level = frames < sink->bufferFrames ? frames : sink->bufferFrames - 1;
-    if (!SetWakeLevel(sink, level))
-        return AUDIO_IO_ERROR_INVALID_OPERATION;
-    bool waited = false;
+    snd_pcm_uframes_t before = sink->bufferFrames; // what was queued at the last look
+    int64_t queueEndsNs = INT64_MAX; // when that runs out, from the start of the wait after it
     for (;;) {
         const snd_pcm_state_t state = snd_pcm_state(sink->pcm);
         if (state == SND_PCM_STATE_PREPARED || state == SND_PCM_STATE_SETUP)
             return 0;
-        // What waits in the buffer, as the poll's wake-up threshold counts it.
+        // snd_pcm_avail reads the card's pointer as it is now.
         const snd_pcm_sframes_t avail =
             state == SND_PCM_STATE_XRUN ? -EPIPE : snd_pcm_avail(sink->pcm);
-        int err = avail < 0 ? int(avail) : 0;
-        if (err == 0) {
-            const snd_pcm_uframes_t room = snd_pcm_uframes_t(avail);
-            const snd_pcm_uframes_t queued =
-                room < sink->bufferFrames ? sink->bufferFrames - room : 0;
-            if (queued <= level)
-                return long(queued);
-            if (waited) {
-                // The poll said there was room but the queue had not fallen: a period on the
-                // clock rather than a poll that returns at once again (no spinning at the
-                // writer's real-time priority).
-                const snd_pcm_uframes_t frames =
-                    queued - level > sink->periodFrames ? queued - level : sink->periodFrames;
-                NuvAudio_SleepUntilNs(NuvAudio_NowNs() +
-                                      int64_t(frames) * 1000000000 / int64_t(sink->rate));
-            }
-            // A second without the PCM moving on is a stalled device: look again.
-            const int ready = snd_pcm_wait(sink->pcm, 1000);
-            waited = ready > 0;
-            err = ready < 0 ? ready : 0;
+        if (avail == -EPIPE || avail == -ESTRPIPE) {
+            NoteUnderrun(sink, NuvAudio_NowNs() >= queueEndsNs ? NuvUnderrunCause::WokenLate
+                                                               : NuvUnderrunCause::Unknown);
+            return snd_pcm_recover(sink->pcm, int(avail), 1) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION
+                                                                 : 0;
         }
-        if (err == -EPIPE || err == -ESTRPIPE) {
-            NoteUnderrun(sink);
-            return snd_pcm_recover(sink->pcm, err, 1) < 0 ? AUDIO_IO_ERROR_INVALID_OPERATION : 0;
-        }
-        if (err < 0 && err != -EINTR)
+        if (avail < 0)
             return AUDIO_IO_ERROR_INVALID_OPERATION;
+        const snd_pcm_uframes_t room = snd_pcm_uframes_t(avail);
+        const snd_pcm_uframes_t queued = room < sink->bufferFrames ? sink->bufferFrames - room : 0;
+        if (queued <= level) {
+            sink->wokeAtNs = NuvAudio_NowNs();
+            sink->wakeQueueEndsNs = sink->wokeAtNs + QueueLastsNs(sink, queued);
+            return long(queued);
+        }
+        // Wait as long as the frames above the level take to play. A pointer that did not move
+        // meanwhile (one that moves in steps of several periods, or a stalled card) is looked
+        // at again a period later: a wake-up a period at most, never a spin.
+        snd_pcm_uframes_t wait = queued - level;
+        if (queued >= before && wait < sink->periodFrames)
+            wait = sink->periodFrames;
+        before = queued;
+        const int64_t now = NuvAudio_NowNs();
+        queueEndsNs = now + QueueLastsNs(sink, queued);
+        NuvAudio_SleepUntilNs(now + FramesNs(sink, wait));
     }
 }
 

@@ -38,6 +38,8 @@ SinkChoice& Choice() {
 }
 
 std::atomic<uint64_t> g_underruns{0};
+std::atomic<uint64_t> g_underrunsWokenLate{0};
+std::atomic<uint64_t> g_underrunsRendering{0};
 std::atomic<uint64_t> g_writes{0};
 std::atomic<uint64_t> g_framesWritten{0};
 std::atomic<uint64_t> g_fillTargetWidenings{0};
@@ -95,9 +97,13 @@ struct audio_io_s {
     unsigned char scratch[kScratchBytes];
 };
 
-void NuvAudioStats_CountUnderrun(NuvAudioSink* sink) {
+void NuvAudioStats_CountUnderrun(NuvAudioSink* sink, NuvUnderrunCause cause) {
     ++sink->underruns;
     g_underruns.fetch_add(1, std::memory_order_relaxed);
+    if (cause == NuvUnderrunCause::WokenLate)
+        g_underrunsWokenLate.fetch_add(1, std::memory_order_relaxed);
+    else if (cause == NuvUnderrunCause::Rendering)
+        g_underrunsRendering.fetch_add(1, std::memory_order_relaxed);
 }
 
 NUV_AUDIO_API int audio_out_create(int sample_rate, audio_channel_e channel,
@@ -264,6 +270,8 @@ NUV_AUDIO_API void nuv_audio_out_get_stats(nuv_audio_out_stats_s* stats) {
     stats->frames_written = g_framesWritten.load(std::memory_order_relaxed);
     stats->fill_target_widenings = g_fillTargetWidenings.load(std::memory_order_relaxed);
     stats->fill_target_frames = g_fillTarget.load(std::memory_order_relaxed);
+    stats->underruns_woken_late = g_underrunsWokenLate.load(std::memory_order_relaxed);
+    stats->underruns_rendering = g_underrunsRendering.load(std::memory_order_relaxed);
 }
 
 NUV_AUDIO_API uint64_t nuv_audio_out_get_underrun_count(void) {
@@ -272,6 +280,8 @@ NUV_AUDIO_API uint64_t nuv_audio_out_get_underrun_count(void) {
 
 NUV_AUDIO_API void nuv_audio_out_reset_stats(void) {
     g_underruns.store(0, std::memory_order_relaxed);
+    g_underrunsWokenLate.store(0, std::memory_order_relaxed);
+    g_underrunsRendering.store(0, std::memory_order_relaxed);
     g_writes.store(0, std::memory_order_relaxed);
     g_framesWritten.store(0, std::memory_order_relaxed);
     g_fillTargetWidenings.store(0, std::memory_order_relaxed);

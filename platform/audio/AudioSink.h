@@ -53,9 +53,13 @@ struct NuvAudioSinkDriver {
 extern const NuvAudioSinkDriver g_nuvAlsaSinkDriver;
 extern const NuvAudioSinkDriver g_nuvWavSinkDriver;
 
+// Why a low-latency writer's output ran dry, where the sink can tell.
+enum class NuvUnderrunCause { Unknown, WokenLate, Rendering };
+
 // Counts a sink's running dry, in the sink and in the process's counters
 // (nuv_audio_out_get_stats).
-void NuvAudioStats_CountUnderrun(NuvAudioSink* sink);
+void NuvAudioStats_CountUnderrun(NuvAudioSink* sink,
+                                 NuvUnderrunCause cause = NuvUnderrunCause::Unknown);
 
 // CLOCK_MONOTONIC helpers for the sinks' pacing.
 inline int64_t NuvAudio_NowNs() {

@@ -36,6 +36,12 @@ typedef struct {
     uint64_t frames_written;        /* frames handed to the sinks */
     uint64_t fill_target_widenings; /* a stream's fill target widened after running dry */
     uint64_t fill_target_frames;    /* the fill target of the stream that last waited for room */
+    /* Why a low-latency writer's output ran dry, where the sink can tell: it woke from its
+     * wait later than the queue it left at its deadline lasted (the machine did not run it
+     * in time), or it woke in time but rendering and writing took longer than what was
+     * queued at its wake. Underruns counted in neither ran dry some other way. */
+    uint64_t underruns_woken_late;
+    uint64_t underruns_rendering;
 } nuv_audio_out_stats_s;
 
 /* Counters of every stream of the process since the start or the last reset. */
