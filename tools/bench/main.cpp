@@ -81,56 +81,19 @@ private:
     StallWatch m_each[2]{StallWatch(0), StallWatch(1)};
 };
 
-// Whether the underruns of a key-to-sound row come with machine stalls: for each note, did
-// the output run dry, and what was the longest stall meanwhile. A writer woken with the
-// target less a period queued, on a card that moves a period at a time, can run dry after a
-// stall of the target less two periods.
-class NoteStalls {
-public:
-    explicit NoteStalls(std::string row) : m_row(std::move(row)) {}
-    // Ends the previous note's record (if any) and starts the next one's.
-    void NextNote() {
-        const nuv_audio_out_stats_s now = AudioStats();
-        if (m_open) {
-            const double stall = m_stalls.LongestMs();
-            const bool dry = now.underruns != m_underruns;
-            const bool stalled = stall >= m_targetMs - 2 * kPeriodMs;
-            m_longest = std::max(m_longest, stall);
-            m_stalled += stalled;
-            m_dryStalled += dry && stalled;
-            m_dryCalm += dry && !stalled;
-            if (dry)
-                m_dryStalls.push_back(Fixed(stall, 1) + "/" + Fixed(m_targetMs, 0));
-        }
-        m_open = true;
-        m_underruns = now.underruns;
-        m_targetMs = double(now.fill_target_frames) / 48;
-        m_stalls.Reset();
-    }
-    void AddTo(Runs& runs, std::vector<std::string>& notes) {
-        NextNote();
-        runs.Add(m_row + " stall", m_longest);
-        runs.Add(m_row + " stalled notes", m_stalled);
-        runs.Add(m_row + " dry stalled", m_dryStalled);
-        runs.Add(m_row + " dry calm", m_dryCalm);
-        std::string list;
-        for (const std::string& s : m_dryStalls)
-            list += (list.empty() ? "" : ", ") + s;
-        notes.push_back("Key to sound, " + m_row +
-                        ": in each note that ran dry, the longest stall / the fill target (ms): " +
-                        (list.empty() ? "none" : list) + ".");
-    }
-
-private:
-    static constexpr double kPeriodMs = 4;
-    const std::string m_row;
-    MachineStalls m_stalls;
-    bool m_open = false;
-    uint64_t m_underruns = 0;
-    double m_targetMs = 0, m_longest = 0;
-    int m_stalled = 0, m_dryStalled = 0, m_dryCalm = 0;
-    std::vector<std::string> m_dryStalls;
-};
+// A sound row's underruns, and why the output ran dry where the audio layer can tell.
+void AddUnderruns(Runs& runs, const std::string& row, const nuv_audio_out_stats_s& before) {
+    const nuv_audio_out_stats_s after = AudioStats();
+    const double all = double(after.underruns - before.underruns);
+    const double late = double(after.underruns_woken_late - before.underruns_woken_late);
+    const double rendering = double(after.underruns_rendering - before.underruns_rendering);
+    runs.Add(row + " underruns", all);
+    runs.Add(row + " woken late", late);
+    runs.Add(row + " rendering", rendering);
+    runs.Add(row + " dry otherwise", all - late - rendering);
+    runs.Add(row + " widenings",
+             double(after.fill_target_widenings - before.fill_target_widenings));
+}
 
 // The renderer rests once nothing has been written for a while: it has stopped its output.
 bool WaitForRendererRest() {
@@ -259,30 +222,20 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
             synth->SendMessage(MIDI_EVENT_CONTROL_CHANGE, volume);
             synth->SendMessage(MIDI_EVENT_NOTE_ON, background);
             WaitFor([&] { return capture.RecentRms(20) > 0.0003; });
+            MachineStalls stalls;
             nuv_audio_out_stats_s before = AudioStats();
-            NoteStalls running("sound running");
-            AddTimings(runs, "sound running", TimeKeyToSound(keyboard, capture, o.notes, 0.01, [&] {
-                           running.NextNote();
-                       }));
-            running.AddTo(runs, notes);
+            AddTimings(runs, "sound running", TimeKeyToSound(keyboard, capture, o.notes, 0.01));
             synth->SendMessage(MIDI_EVENT_NOTE_OFF, background);
-            nuv_audio_out_stats_s after = AudioStats();
-            runs.Add("sound running underruns", double(after.underruns - before.underruns));
-            runs.Add("sound running widenings",
-                     double(after.fill_target_widenings - before.fill_target_widenings));
-            runs.Add("sound running target ms", double(after.fill_target_frames) / 48);
+            AddUnderruns(runs, "sound running", before);
+            runs.Add("sound running stall", stalls.LongestMs());
+            runs.Add("sound running target ms", double(AudioStats().fill_target_frames) / 48);
 
+            stalls.Reset();
             before = AudioStats();
-            NoteStalls rest("sound rest");
-            AddTimings(runs, "sound rest", TimeKeyToSound(keyboard, capture, o.notes, 0.001, [&] {
-                           WaitForRendererRest();
-                           rest.NextNote();
-                       }));
-            rest.AddTo(runs, notes);
-            after = AudioStats();
-            runs.Add("sound rest underruns", double(after.underruns - before.underruns));
-            runs.Add("sound rest widenings",
-                     double(after.fill_target_widenings - before.fill_target_widenings));
+            AddTimings(runs, "sound rest",
+                       TimeKeyToSound(keyboard, capture, o.notes, 0.001, WaitForRendererRest));
+            AddUnderruns(runs, "sound rest", before);
+            runs.Add("sound rest stall", stalls.LongestMs());
         }
     }
     libraryArrivals.ForwardTo(nullptr);
@@ -325,7 +278,7 @@ bool RunOnce(const Options& o, VirtualKeyboard& keyboard, Runs& runs,
             CpuWhilePlaying(host, synth, song, o.songSeconds, IsLibraryThread);
         runs.Add("file stall", stalls.LongestMs());
         runs.Add("file cpu", playing.percent);
-        runs.Add("file underruns", double(AudioStats().underruns - before.underruns));
+        AddUnderruns(runs, "file", before);
         notes.push_back("Playing a file by thread: " + playing.byThread + ".");
     }
 
@@ -527,15 +480,18 @@ int main(int argc, char** argv) {
                             "sound running widenings", 0, "sound rest widenings"));
     more.push_back(
         t.Figure("Fill target after the running notes (ms)", "sound running target ms", 1));
-    for (const char* row : {"sound running", "sound rest"}) {
-        const std::string r = row, what = r == "sound rest" ? "after a rest" : "renderer running";
-        more.push_back(t.Figure("Key to sound, " + what + ": longest stall (ms)", r + " stall", 1));
-        more.push_back(t.Figure("Key to sound, " + what +
-                                    ": notes with a stall >= the target less two periods",
-                                r + " stalled notes", 0));
-        more.push_back(
-            t.Figure("Key to sound, " + what + ": notes run dry with / without such a stall",
-                     r + " dry stalled", 0, r + " dry calm"));
+    for (const char* row : {"sound running", "sound rest", "file"}) {
+        const std::string r = row;
+        const std::string what = r == "file"         ? "playing the file"
+                                 : r == "sound rest" ? "key to sound after a rest"
+                                                     : "key to sound, renderer running";
+        more.push_back(t.Figure("Underruns " + what +
+                                    ": the writer woke after its queue ran out / "
+                                    "it rendered longer than its queue lasted",
+                                r + " woken late", 0, r + " rendering"));
+        more.push_back(t.Figure("Underruns " + what + ": dry otherwise", r + " dry otherwise", 0));
+        if (r != "file")
+            more.push_back(t.Figure("Longest machine stall, " + what + " (ms)", r + " stall", 1));
     }
     more.push_back(t.Figure("Input events never arrived: library / anchor", "input library missed",
                             0, "input anchor missed"));
@@ -583,9 +539,11 @@ int main(int argc, char** argv) {
         "1, 16, 128 callbacks (latency: send to the last callback's call). Senders run on the "
         "second processor; the watcher's CPU time is divided by the events sent.\n"
         "- Machine stall: the longest a thread at the highest real-time priority overslept a "
-        "1 ms sleep on either processor (that processor of the emulated machine not running); "
-        "a stall longer than the fill target less two periods can run "
-        "an output dry.\n",
+        "1 ms sleep on either processor (that processor of the emulated machine not running).\n"
+        "- Why an output ran dry, as the audio layer tells it: the renderer woke from its wait "
+        "for the queue to fall to its level after what was queued had run out (the machine did "
+        "not run it in time), or it woke in time and rendering and writing its batch took "
+        "longer than what was queued at its wake.\n",
         options.inputEvents, options.notes, options.notes, options.songSeconds, options.idleSeconds,
         options.fanEvents, kCallbackRate, kCallbackRate);
     for (const std::string& note : notes)
