@@ -143,8 +143,8 @@ long Write(NuvAudioSink* base, const void* data, unsigned long frames) {
 
 // Waits by the system clock, not in the PCM's poll: a card may signal less often than each
 // period while its pointer, when read, moves on at each one. The test VM's loopback card
-// wakes a poll every other period whatever the wake-up threshold, which left a writer that
-// was to be woken a period below its target with two periods fewer queued than that.
+// wakes a poll only every other period whatever the wake-up threshold, so a writer meant to
+// be woken a period below its target was woken two periods below it.
 long WaitQueued(NuvAudioSink* base, unsigned long frames) {
     AlsaSink* sink = Alsa(base);
     const snd_pcm_uframes_t level = frames < sink->bufferFrames ? frames : sink->bufferFrames - 1;
