@@ -4,9 +4,11 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "AudioSink.h"
+#include "FillTarget.h"
 #include "NuvLog"
 #include "SoundVolume.h"
 #include "audio_io.h"
@@ -43,23 +45,17 @@ std::atomic<uint64_t> g_underrunsRendering{0};
 std::atomic<uint64_t> g_writes{0};
 std::atomic<uint64_t> g_framesWritten{0};
 std::atomic<uint64_t> g_fillTargetWidenings{0};
+std::atomic<uint64_t> g_fillTargetNarrowings{0};
 std::atomic<uint64_t> g_fillTarget{0};
 
-// A low-latency writer is first given the fewest whole periods that still hold 8 ms when it
-// is woken, a period below the target (three 4 ms periods on ALSA, two 10.7 ms periods into
-// a WAV file): time to render the next period in, and to ride out a short stall. Each time
-// the output runs dry anyway the target grows by a period, up to all of the buffer but one
-// period; after ten seconds of sound without running dry it narrows again by a period, down
-// to the first target. The target a stream has learnt outlasts its pauses (unprepare,
-// prepare): a machine that was too slow for a target before a rest is too slow after it.
-constexpr unsigned long kWokenWithMs = 8;
-constexpr unsigned long kCalmSeconds = 10;
-
-void ChangeFillTarget(unsigned long& target, unsigned long to, const char* why) {
-    if (to > target)
-        g_fillTargetWidenings.fetch_add(1, std::memory_order_relaxed);
-    target = to;
-    print_dlog(NUV_LOG_INFO, "nuv_audio_out: %s; the fill target is now %lu frames\n", why, target);
+void CountFillTargetChange(NuvFillTarget::Change change, unsigned long frames) {
+    if (change == NuvFillTarget::Change::None)
+        return;
+    const bool widened = change == NuvFillTarget::Change::Widened;
+    (widened ? g_fillTargetWidenings : g_fillTargetNarrowings)
+        .fetch_add(1, std::memory_order_relaxed);
+    print_dlog(NUV_LOG_INFO, "nuv_audio_out: %s; the fill target is now %lu frames\n",
+               widened ? "the output ran dry" : "the output has not run dry for a while", frames);
 }
 
 // Gain is applied chunk by chunk into a scratch block owned by the stream, so a write
@@ -91,9 +87,8 @@ struct audio_io_s {
     NuvAudioFormat format;
     sound_type_e soundType;
     bool prepared;
-    unsigned long fillTarget; // frames; 0 until the first wait for room
-    uint64_t underrunsSeen;   // the sink's underruns when the target was last checked
-    uint64_t calmFrames;      // frames asked for since the target last changed
+    std::optional<NuvFillTarget> fill; // from the first wait for room on
+    uint64_t underrunsSeen;            // the sink's underruns when the target was last checked
     unsigned char scratch[kScratchBytes];
 };
 
@@ -132,8 +127,8 @@ NUV_AUDIO_API int audio_out_create(int sample_rate, audio_channel_e channel,
         target = choice.wavPath.empty() ? choice.pcmName : choice.wavPath;
     }
 
-    auto* stream =
-        new (std::nothrow) audio_io_s{driver, nullptr, format, sound_type, false, 0, 0, 0, {}};
+    auto* stream = new (std::nothrow)
+        audio_io_s{driver, nullptr, format, sound_type, false, std::nullopt, 0, {}};
     if (stream == nullptr)
         return AUDIO_IO_ERROR_OUT_OF_MEMORY;
     const int result = driver->open(target.c_str(), format, &stream->sink);
@@ -218,33 +213,23 @@ NUV_AUDIO_API int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* 
         return AUDIO_IO_ERROR_INVALID_PARAMETER;
     if (!output->prepared)
         return AUDIO_IO_ERROR_INVALID_STATE;
-    const unsigned long buffer = output->driver->bufferFrames(output->sink);
-    const unsigned long period = output->driver->periodFrames(output->sink);
-    const unsigned long margin = output->format.rate * kWokenWithMs / 1000;
-    const unsigned long first = period * (1 + (margin + period - 1) / period);
-    if (output->fillTarget == 0) {
-        output->fillTarget = first;
+    if (!output->fill) {
+        output->fill.emplace(output->format.rate, output->driver->periodFrames(output->sink),
+                             output->driver->bufferFrames(output->sink));
         output->underrunsSeen = output->sink->underruns;
     }
-    const long queued = output->driver->waitQueued(output->sink, output->fillTarget - period);
+    NuvFillTarget& fill = *output->fill;
+    const long queued = output->driver->waitQueued(output->sink, fill.WakeLevel());
     if (queued < 0)
         return int(queued);
-    if (output->sink->underruns != output->underrunsSeen) {
-        output->underrunsSeen = output->sink->underruns;
-        output->calmFrames = 0;
-        if (output->fillTarget + period < buffer)
-            ChangeFillTarget(output->fillTarget, output->fillTarget + period, "the output ran dry");
-    } else if (output->calmFrames >= output->format.rate * kCalmSeconds) {
-        output->calmFrames = 0;
-        if (output->fillTarget > first)
-            ChangeFillTarget(output->fillTarget, output->fillTarget - period,
-                             "the output has not run dry for a while");
-    }
-    g_fillTarget.store(output->fillTarget, std::memory_order_relaxed);
-    *frames = unsigned(output->fillTarget > static_cast<unsigned long>(queued)
-                           ? output->fillTarget - static_cast<unsigned long>(queued)
+    const bool ranDry = output->sink->underruns != output->underrunsSeen;
+    output->underrunsSeen = output->sink->underruns;
+    CountFillTargetChange(fill.Update(ranDry), fill.Frames());
+    g_fillTarget.store(fill.Frames(), std::memory_order_relaxed);
+    *frames = unsigned(fill.Frames() > static_cast<unsigned long>(queued)
+                           ? fill.Frames() - static_cast<unsigned long>(queued)
                            : 0);
-    output->calmFrames += *frames;
+    fill.Asked(*frames);
     return AUDIO_IO_ERROR_NONE;
 }
 
@@ -269,6 +254,7 @@ NUV_AUDIO_API void nuv_audio_out_get_stats(nuv_audio_out_stats_s* stats) {
     stats->writes = g_writes.load(std::memory_order_relaxed);
     stats->frames_written = g_framesWritten.load(std::memory_order_relaxed);
     stats->fill_target_widenings = g_fillTargetWidenings.load(std::memory_order_relaxed);
+    stats->fill_target_narrowings = g_fillTargetNarrowings.load(std::memory_order_relaxed);
     stats->fill_target_frames = g_fillTarget.load(std::memory_order_relaxed);
     stats->underruns_woken_late = g_underrunsWokenLate.load(std::memory_order_relaxed);
     stats->underruns_rendering = g_underrunsRendering.load(std::memory_order_relaxed);
@@ -285,4 +271,5 @@ NUV_AUDIO_API void nuv_audio_out_reset_stats(void) {
     g_writes.store(0, std::memory_order_relaxed);
     g_framesWritten.store(0, std::memory_order_relaxed);
     g_fillTargetWidenings.store(0, std::memory_order_relaxed);
+    g_fillTargetNarrowings.store(0, std::memory_order_relaxed);
 }

@@ -478,6 +478,10 @@ int main(int argc, char** argv) {
                             "sound echo missed"));
     more.push_back(t.Figure("Fill target widenings, renderer running / after a rest",
                             "sound running widenings", 0, "sound rest widenings"));
+    more.push_back(t.Figure("Fill target narrowings (trials), renderer running / after a rest",
+                            "sound running narrowings", 0, "sound rest narrowings"));
+    more.push_back(t.Figure("Fill target widenings / narrowings playing the file", "file widenings",
+                            0, "file narrowings"));
     more.push_back(
         t.Figure("Fill target after the running notes (ms)", "sound running target ms", 1));
     for (const char* row : {"sound running", "sound rest", "file"}) {

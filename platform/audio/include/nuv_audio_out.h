@@ -23,7 +23,8 @@ int nuv_audio_out_set_wav_file(const char* path);
  * not playing yet). The target starts at the fewest periods that leave 8 ms queued when the
  * writer wakes (12 ms on ALSA, 21.3 ms into a WAV file, at 48 000 Hz), widens by a period
  * each time the stream runs dry anyway (logged and counted), narrows again by a period
- * after ten seconds of sound without running dry, and is kept across unprepare and prepare.
+ * after ten seconds of sound without running dry (twice as long each time a narrowed target
+ * runs dry, up to 160 s), and is kept across unprepare and prepare.
  * AUDIO_IO_ERROR_NONE, or an error. */
 int nuv_audio_out_wait_for_room(audio_out_h output, unsigned int* frames);
 
@@ -42,6 +43,7 @@ typedef struct {
      * queued at its wake. Underruns counted in neither ran dry some other way. */
     uint64_t underruns_woken_late;
     uint64_t underruns_rendering;
+    uint64_t fill_target_narrowings; /* a stream's fill target narrowed after a calm while */
 } nuv_audio_out_stats_s;
 
 /* Counters of every stream of the process since the start or the last reset. */
