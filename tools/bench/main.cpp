@@ -93,6 +93,8 @@ void AddUnderruns(Runs& runs, const std::string& row, const nuv_audio_out_stats_
     runs.Add(row + " dry otherwise", all - late - rendering);
     runs.Add(row + " widenings",
              double(after.fill_target_widenings - before.fill_target_widenings));
+    runs.Add(row + " narrowings",
+             double(after.fill_target_narrowings - before.fill_target_narrowings));
 }
 
 // The renderer rests once nothing has been written for a while: it has stopped its output.
